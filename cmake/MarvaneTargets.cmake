@@ -1,0 +1,21 @@
+# What all our targets have in common, and what a part does when a package is missing.
+
+if(MARVANE_SANITIZE)
+    # In instrumented code GCC takes parts of the standard library for uninitialised.
+    add_compile_options(-fsanitize=${MARVANE_SANITIZE} -fno-omit-frame-pointer
+                        -fno-sanitize-recover=all -Wno-maybe-uninitialized)
+    add_link_options(-fsanitize=${MARVANE_SANITIZE})
+endif()
+
+function(marvane_common_options target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+                           $<$<BOOL:${MARVANE_WARNINGS_ARE_ERRORS}>:-Werror>)
+endfunction()
+
+# marvane_missing(part package): call it, then return() from the part's CMakeLists.txt.
+function(marvane_missing part package)
+    if(MARVANE_REQUIRE_EVERYTHING)
+        message(FATAL_ERROR "${part}: needs the Debian package ${package}")
+    endif()
+    message(STATUS "${part}: not built, needs the Debian package ${package}")
+endfunction()
