@@ -1,0 +1,173 @@
+// The table of all commands that simulated boards know, and how one of them is found in it.
+#include "board.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace simulator {
+namespace {
+
+using Handler = Answer (*)(Board&, Payload);
+
+// Calls a family's function on the board's member for that family.
+template <auto family, auto function>
+Answer Call(Board& board, Payload payload) {
+    return ((board.*family).*function)(payload);
+}
+
+enum ModelSet : unsigned { kK40Only = 1, kK50Only = 4, kNotK40 = 2 | 4, kAllModels = 1 | 2 | 4 };
+
+bool Contains(ModelSet models, Model model) {
+    return (models >> (static_cast<unsigned>(model) - 1) & 1) != 0;
+}
+
+constexpr std::uint32_t kDigitalIo = 1;
+constexpr std::uint32_t kServices = 2;
+constexpr std::uint32_t kPic = 5;
+constexpr std::uint32_t kMemory = 6;
+constexpr std::uint32_t kSpi = 7;
+
+constexpr std::size_t kAnyLength = 511;  // as much as the shorter of the two transfers takes
+
+struct Command {
+    std::uint32_t channel;
+    std::uint8_t code;
+    ModelSet models;
+    std::size_t shortest, longest;  // payload in bytes; handlers may rely on it
+    Handler handler;
+};
+
+// clang-format off
+constexpr Command kCommands[] = {
+    {kMemory,    70, kK40Only,   3, 3,          Call<&Board::memory, &BoardMemory::ReadFlat>},
+    {kMemory,    71, kK40Only,   3, kAnyLength, Call<&Board::memory, &BoardMemory::WriteFlat>},
+    {kMemory,    72, kAllModels, 0, 0,          Call<&Board::memory, &BoardMemory::BeginDownload>},
+    {kMemory,    73, kAllModels, 0, 0,          Call<&Board::memory, &BoardMemory::EndDownload>},
+    {kMemory,    74, kAllModels, 0, 0,          Call<&Board::memory, &BoardMemory::ReportProgram>},
+    {kMemory,   116, kNotK40,    5, 5,          Call<&Board::memory, &BoardMemory::ReadPaged>},
+    {kMemory,   117, kNotK40,    5, kAnyLength, Call<&Board::memory, &BoardMemory::WritePaged>},
+
+    {kDigitalIo, 75, kAllModels, 0, 0, Call<&Board::inputs, &BoardInputs::ReadImage>},
+    {kDigitalIo, 81, kAllModels, 0, 0, Call<&Board::inputs, &BoardInputs::ReportChanges>},
+    {kDigitalIo, 82, kAllModels, 0, 0, Call<&Board::inputs, &BoardInputs::ReadRawImage>},
+    {kDigitalIo,114, kAllModels, 1, 1, Call<&Board::inputs, &BoardInputs::SetMultiplexing>},
+    {kDigitalIo,115, kAllModels, 0, 0, Call<&Board::inputs, &BoardInputs::ReadMultiplexed>},
+
+    {kDigitalIo, 77, kAllModels, 10, 10, Call<&Board::outputs, &BoardOutputs::Modify>},
+    {kDigitalIo, 78, kAllModels, 2, 2,   Call<&Board::outputs, &BoardOutputs::PulseOn>},
+    {kDigitalIo, 79, kAllModels, 2, 2,   Call<&Board::outputs, &BoardOutputs::PulseOff>},
+    {kDigitalIo, 80, kAllModels, 0, 0,   Call<&Board::outputs, &BoardOutputs::ReportPulse>},
+    {kDigitalIo, 83, kAllModels, 5, 5,   Call<&Board::outputs, &BoardOutputs::SetOnPeriod>},
+    {kDigitalIo, 84, kAllModels, 5, 5,   Call<&Board::outputs, &BoardOutputs::SetOffPeriod>},
+    {kDigitalIo, 85, kAllModels, 1, 1,   Call<&Board::outputs, &BoardOutputs::SetBrightness>},
+
+    {kServices,   3, kAllModels, 5, 5,          Call<&Board::eeprom, &BoardEeprom::Configure>},
+    {kServices,   4, kAllModels, 3, kAnyLength, Call<&Board::eeprom, &BoardEeprom::Write>},
+    {kServices,   5, kAllModels, 3, 3,          Call<&Board::eeprom, &BoardEeprom::Read>},
+
+    {kServices,   6, kAllModels, 0, 0, Call<&Board::identity, &BoardIdentity::Report8051Version>},
+    {kPic,       44, kAllModels, 0, 0, Call<&Board::identity, &BoardIdentity::ReportPicVersion>},
+    {kPic,       63, kAllModels, 0, 0, Call<&Board::identity, &BoardIdentity::ReadPicSerial>},
+    {kPic,       65, kAllModels, 8, 8, Call<&Board::identity, &BoardIdentity::SetPicSerial>},
+    {kPic,      120, kNotK40,    0, 0, Call<&Board::identity, &BoardIdentity::ReadDallasNumber>},
+
+    {kPic,       20, kAllModels, 4, 4, Call<&Board::clock, &BoardClock::SetClock>},
+    {kPic,       21, kAllModels, 0, 0, Call<&Board::clock, &BoardClock::ReadClock>},
+    {kPic,       40, kAllModels, 0, 0, Call<&Board::clock, &BoardClock::BeginLogPass>},
+    {kPic,       41, kAllModels, 0, 0, Call<&Board::clock, &BoardClock::ReadNextLogEntry>},
+    {kPic,       42, kAllModels, 0, 0, Call<&Board::clock, &BoardClock::ClearLog>},
+    {kPic,       64, kAllModels, 0, 0, Call<&Board::clock, &BoardClock::TakeSwitchFlags>},
+    {kPic,       67, kAllModels, 0, 0, Call<&Board::clock, &BoardClock::TakeCachedSwitchFlags>},
+    {kPic,      119, kNotK40,    0, 0, Call<&Board::clock, &BoardClock::TakeBatteryFailure>},
+    {kPic,      220, kK50Only,   0, 0, Call<&Board::clock, &BoardClock::TakeClockFailure>},
+    {kPic,      221, kK50Only,   0, 0, Call<&Board::clock, &BoardClock::ReadClockAtBatteryFailure>},
+
+    {kPic,       68, kAllModels, 0, 0, Call<&Board::random, &BoardRandom::Read>},
+    {kPic,       69, kAllModels, 4, 4, Call<&Board::random, &BoardRandom::Enable>},
+    {kPic,      118, kAllModels, 0, 0, Call<&Board::random, &BoardRandom::Disable>},
+
+    {kSpi,       94, kAllModels, 0, 0,          Call<&Board::spi, &BoardSpi::Enable>},
+    {kSpi,       95, kAllModels, 0, 0,          Call<&Board::spi, &BoardSpi::Disable>},
+    {kSpi,       96, kAllModels, 3, kAnyLength, Call<&Board::spi, &BoardSpi::Send>},
+};
+// clang-format on
+
+const Command* Find(Model model, std::uint8_t code, std::uint32_t channel) {
+    const auto found = std::ranges::find_if(kCommands, [&](const Command& command) {
+        return command.code == code && command.channel == channel &&
+               Contains(command.models, model);
+    });
+    return found == std::end(kCommands) ? nullptr : found;
+}
+
+bool IsKnownOnAnyChannel(Model model, std::uint8_t code) {
+    return std::ranges::any_of(kCommands, [&](const Command& command) {
+        return command.code == code && Contains(command.models, model);
+    });
+}
+
+}  // namespace
+
+Board::Board(BoardOptions boardOptions)
+    : memory(boardOptions.model, boardOptions.speedMbit),
+      outputs(boardOptions.time),
+      eeprom(boardOptions.eeprom, boardOptions.eepromBlank),
+      identity(boardOptions.serialNumber),
+      clock(boardOptions.time),
+      random(boardOptions.random),
+      options(std::move(boardOptions)) {
+    inputs.SetIdentity(options.identity);
+    PowerUp();
+}
+
+Answer Board::Handle(std::uint8_t command, std::uint32_t channel, Payload payload) {
+    const Command* known = Find(options.model, command, channel);
+    if (known == nullptr) {
+        return Refuse(IsKnownOnAnyChannel(options.model, command) ? status::kWrongChannel
+                                                                  : status::kUnknownCommand);
+    }
+    if (payload.size() < known->shortest || payload.size() > known->longest) {
+        return Refuse(status::kMalformedPayload);
+    }
+    return known->handler(*this, payload);
+}
+
+void Board::PowerUp() {
+    memory.PowerUp(options.firmwareRunning);
+    inputs.PowerUp();
+    outputs.PowerUp();
+    clock.PowerUp();
+    random.PowerUp();
+    spi.PowerUp();
+}
+
+BoardContents Board::Contents() const {
+    const Payload memoryBytes = memory.Contents();
+    const Payload eepromBytes = eeprom.Chip().Contents();
+    return {
+        .model = options.model,
+        .eepromPart = options.eeprom,
+        .memory = {memoryBytes.begin(), memoryBytes.end()},
+        .eepromSetting = eeprom.Setting(),
+        .eeprom = {eepromBytes.begin(), eepromBytes.end()},
+        .clock = clock.Contents(),
+        .picSerial = identity.PicSerial(),
+    };
+}
+
+bool Board::Restore(const BoardContents& contents) {
+    if (contents.model != options.model || contents.eepromPart != options.eeprom) return false;
+
+    // On a copy, so that contents which one family refuses change no other.
+    Board restored = *this;
+    if (!restored.memory.Restore(contents.memory) ||
+        !restored.eeprom.Restore(contents.eepromSetting, contents.eeprom) ||
+        !restored.clock.Restore(contents.clock)) {
+        return false;
+    }
+    restored.identity.Restore(contents.picSerial);
+    *this = std::move(restored);
+    return true;
+}
+
+}  // namespace simulator

@@ -1,0 +1,67 @@
+// One simulated board: commands in, answers out, with the cabinet's hands on its other side.
+#ifndef MARVANE_SIMULATOR_BOARD_H
+#define MARVANE_SIMULATOR_BOARD_H
+
+#include "board_answer.h"
+#include "board_clock.h"
+#include "board_contents.h"
+#include "board_eeprom.h"
+#include "board_identity.h"
+#include "board_inputs.h"
+#include "board_memory.h"
+#include "board_outputs.h"
+#include "board_random.h"
+#include "board_spi.h"
+#include "board_time.h"
+
+namespace simulator {
+
+struct BoardOptions {
+    Model model = Model::kK44;
+    int speedMbit = 480;             // 12 or 480
+    bool firmwareRunning = false;    // at every power-up, as if the program were downloaded already
+    unsigned identity = 0;           // the identity switch, 0 to 7
+    std::uint32_t serialNumber = 1;  // up to 99999999: tells it from other boards of its kind
+    EepromPart eeprom = EepromPart::k24LC256;
+    bool eepromBlank = false;  // else it holds bytes that differ everywhere
+    TimeSource time = NoTime;
+    RandomSource random = SeededRandom(1);
+};
+
+/// Does no I/O, starts no thread and locks nothing: a front end that is called by several
+/// threads keeps their calls apart.
+class Board {
+public:
+    explicit Board(BoardOptions options);
+
+    /// What the board's side of the bus does with one command; channel counts from 1.
+    Answer Handle(std::uint8_t command, std::uint32_t channel, Payload payload);
+
+    /// Unplugged and plugged in again: the program and all settings are gone, what Contents holds
+    /// and whatever the cabinet holds on the inputs are not.
+    void PowerUp();
+
+    BoardContents Contents() const;
+    /// Gives the board what another one of its model and EEPROM part held; false, and nothing
+    /// changed, when the two differ or the contents cannot be any board's.
+    bool Restore(const BoardContents& contents);
+
+    const BoardOptions& Options() const { return options; }
+
+    // One family of commands each. The functions that take no Payload are the cabinet's side.
+    BoardMemory memory;
+    BoardInputs inputs;
+    BoardOutputs outputs;
+    BoardEeprom eeprom;
+    BoardIdentity identity;
+    BoardClock clock;
+    BoardRandom random;
+    BoardSpi spi;
+
+private:
+    BoardOptions options;
+};
+
+}  // namespace simulator
+
+#endif
