@@ -1,0 +1,551 @@
+/**
+ * @file kbase_implementation_pending.cpp
+ * @brief Operations that no unit performs yet: they fail and leave the last error alone.
+ */
+#include "k40_implementation.h"
+#include "k44_implementation.h"
+#include "k50_implementation.h"
+#include "kbase_implementation.h"
+
+int KBaseImplementation::ConfigurePulsedInput(_usbInputBitId /*input*/,
+                                              unsigned char /*pulseParameter*/,
+                                              ActiveState /*activeState*/) {
+    return 0;
+}
+
+int KBaseImplementation::ConfigurePulsedInputEx(_usbInputBitId /*input*/,
+                                                unsigned char /*pulseParameter*/,
+                                                unsigned char /*extendedPulseParameter*/,
+                                                ActiveState /*activeState*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReleaseParallelHopperCoins(_usbInputBitId /*input*/,
+                                                    unsigned char /*pulseParameter*/,
+                                                    ActiveState /*activeState*/,
+                                                    _usbOutputBitId /*releaseOutput*/,
+                                                    unsigned short /*coinCount*/,
+                                                    unsigned char /*releaseParameter*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReleaseParallelHopperCoinsEx(_usbInputBitId /*input*/,
+                                                      unsigned char /*pulseParameter*/,
+                                                      unsigned char /*extendedPulseParameter*/,
+                                                      ActiveState /*activeState*/,
+                                                      _usbOutputBitId /*releaseOutput*/,
+                                                      unsigned short /*coinCount*/,
+                                                      unsigned char /*releaseParameter*/) {
+    return 0;
+}
+
+int KBaseImplementation::StopHopperCoinRelease(_usbInputBitId /*input*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetOutputBit(_usbOutputBitId /*outputBit*/, unsigned int /*value*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetOutputs(unsigned char* /*outputs*/) {
+    return 0;
+}
+
+int KBaseImplementation::ConfigureChangedInputsCallback(usbInput* /*mask*/, usbInput* /*selection*/,
+                                                        void (* /*callback*/)(usbInput*,
+                                                                              usbInput*)) {
+    return 0;
+}
+
+int KBaseImplementation::ModifyOutputs(usbOutput* /*off*/, usbOutput* /*on*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetOnPeriodOutputs(usbOutput /*pattern*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetOffPeriodOutputs(usbOutput /*pattern*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetOnPeriodOutputBit(_usbOutputId /*outputByte*/, int /*bit*/,
+                                              unsigned int /*value*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetOffPeriodOutputBit(_usbOutputId /*outputByte*/, int /*bit*/,
+                                               unsigned int /*value*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetOutputBrightness(unsigned char /*level*/) {
+    return 0;
+}
+
+int KBaseImplementation::PulseOutput(unsigned char /*output*/, unsigned char /*pulseValue*/) {
+    return 0;
+}
+
+int KBaseImplementation::PulseOffOutput(unsigned char /*output*/, unsigned char /*pulseValue*/) {
+    return 0;
+}
+
+int KBaseImplementation::PulseOutputResult(unsigned char* /*result0*/, unsigned int* /*result1*/,
+                                           unsigned int* /*result2*/) {
+    return 0;
+}
+
+int KBaseImplementation::BeginPulsedInputCheck(_usbInputBitId /*input*/) {
+    return 0;
+}
+
+int KBaseImplementation::EndPulsedInputCheck(_usbInputBitId /*input*/) {
+    return 0;
+}
+
+int KBaseImplementation::ResetPulsedInputCounter(_usbInputBitId /*input*/) {
+    return 0;
+}
+
+int KBaseImplementation::DecrementPulsedInputCounter(_usbInputBitId /*input*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReadPulsedInputCounter(_usbInputBitId /*input*/,
+                                                unsigned char* /*count*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetPulsedInputStatus(_usbInputBitId /*input*/, unsigned int* /*status*/,
+                                              unsigned char* /*count*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetParallelHopperStatus(_usbInputBitId /*input*/,
+                                                 ReleaseHopperCoinsStatus* /*status*/,
+                                                 unsigned char* /*count*/) {
+    return 0;
+}
+
+int KBaseImplementation::ConfigureReelsEx(unsigned char /*reelCount*/,
+                                          unsigned short /*configWord*/,
+                                          unsigned char /*configByte*/) {
+    return 0;
+}
+
+int KBaseImplementation::SpinReels(unsigned char /*reel*/, unsigned char /*spinSetting*/,
+                                   unsigned short /*spinValue*/) {
+    return 0;
+}
+
+int KBaseImplementation::SpinRampUp(unsigned char /*reel*/, usbRampTable /*table*/) {
+    return 0;
+}
+
+int KBaseImplementation::SpinRampDown(unsigned char /*reel*/, usbRampTable /*table*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetDutyCycle(unsigned char /*duty1*/, unsigned char /*duty2*/,
+                                      unsigned char /*duty3*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetReelStatus(usbReelStatus* /*status*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetReelStatusEx(ReelStatusEx* /*status*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReelSynchroniseEnable(unsigned char /*enable*/) {
+    return 0;
+}
+
+int KBaseImplementation::ConfigureRecordingInputs(_usbInputBitId* /*inputs*/,
+                                                  unsigned long /*address*/,
+                                                  unsigned short /*areaLength*/) {
+    return 0;
+}
+
+int KBaseImplementation::StartRecordingInputs(unsigned short /*recordingParameter*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetRecordingStatus(RecordingStatus* /*status*/,
+                                            unsigned short* /*firstValue*/,
+                                            unsigned short* /*secondValue*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReadDiagnosticData(unsigned char* /*request*/,
+                                            unsigned long /*requestLength*/,
+                                            unsigned char* /*reply*/,
+                                            unsigned long* /*replyLength*/) {
+    return 0;
+}
+
+int KBaseImplementation::WriteDiagnosticData(unsigned char* /*diagnosticData*/,
+                                             unsigned long /*dataLength*/) {
+    return 0;
+}
+
+int KBaseImplementation::ConfigureEEPROM(K40EEPROM* /*eeprom*/) {
+    return 0;
+}
+
+int KBaseImplementation::CheckEEPROM(K40EEPROM* /*eeprom*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReadEEPROM(unsigned short /*address*/, unsigned char* /*data*/,
+                                    unsigned int /*length*/) {
+    return 0;
+}
+
+int KBaseImplementation::WriteEEPROM(unsigned short /*address*/, unsigned char* /*data*/,
+                                     unsigned int /*length*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetPICVersion(unsigned char* /*version*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetPICSerialNumber(unsigned char* /*serial*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetPICSerialNumber(unsigned char* /*serial*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetDallasSerialNumber(unsigned char* /*serial*/,
+                                               unsigned char* /*valid*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetRandomNumber(unsigned short* /*number*/) {
+    return 0;
+}
+
+int KBaseImplementation::EnableRandomNumberGenerator(unsigned long /*argument*/) {
+    return 0;
+}
+
+int KBaseImplementation::DisableRandomNumberGenerator() {
+    return 0;
+}
+
+int KBaseImplementation::ReadAndResetRTCFailure(unsigned char* /*flag*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetClock(unsigned long /*time*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetClock(unsigned long* /*time*/) {
+    return 0;
+}
+
+int KBaseImplementation::NextSecuritySwitchRead(unsigned long* /*time*/,
+                                                unsigned char* /*switches*/) {
+    return 0;
+}
+
+int KBaseImplementation::StartSecuritySwitchRead() {
+    return 0;
+}
+
+int KBaseImplementation::ClearSecuritySwitches() {
+    return 0;
+}
+
+int KBaseImplementation::ReadAndResetSecuritySwitchFlags(unsigned char* /*flags0*/,
+                                                         unsigned char* /*flags1*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReadAndResetBatteryFailFlag(unsigned char* /*flag*/) {
+    return 0;
+}
+
+int KBaseImplementation::CachedReadAndResetSecuritySwitchFlags(unsigned char* /*flags0*/,
+                                                               unsigned char* /*flags1*/) {
+    return 0;
+}
+
+int KBaseImplementation::EnableSPI() {
+    return 0;
+}
+
+int KBaseImplementation::DisableSPI() {
+    return 0;
+}
+
+int KBaseImplementation::SendSPI(unsigned char /*sendBits*/, unsigned char* /*data*/,
+                                 unsigned char /*control*/, unsigned char /*receiveBits*/,
+                                 unsigned char* /*reply*/) {
+    return 0;
+}
+
+int KBaseImplementation::SendSEC(unsigned char /*header1*/, unsigned char /*header2*/,
+                                 unsigned char /*length*/, unsigned char* /*data*/,
+                                 unsigned char /*control*/, unsigned char /*replyLength*/,
+                                 unsigned char* /*reply*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetSASMachineAddress(_usbSerialPort /*port*/, unsigned char /*address*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetConfig(_usbSerialPort /*port*/, _DCB* /*dcb*/, _usbPortType /*type*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetSASAutoReply(_usbSerialPort /*port*/, unsigned int /*mode*/,
+                                         unsigned char /*value*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetSASBusy(_usbSerialPort /*port*/, unsigned int /*mode*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetSASMessageStatus(_usbSerialPort /*port*/, unsigned int* /*status*/) {
+    return 0;
+}
+
+int KBaseImplementation::Send(_usbSerialPort /*port*/, unsigned char* /*data*/,
+                              unsigned int /*length*/) {
+    return 0;
+}
+
+int KBaseImplementation::Receive(_usbSerialPort /*port*/, unsigned char* /*buffer*/,
+                                 unsigned long* /*length*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReceiveByteWithTimestamp(_usbSerialPort /*port*/, unsigned char* /*data*/,
+                                                  unsigned char* /*timestamp*/,
+                                                  unsigned int* /*received*/) {
+    return 0;
+}
+
+int KBaseImplementation::Send9BitData(_usbSerialPort /*port*/, unsigned short* /*words*/,
+                                      unsigned int /*count*/) {
+    return 0;
+}
+
+int KBaseImplementation::Receive9BitData(_usbSerialPort /*port*/, unsigned short* /*words*/,
+                                         unsigned long* /*count*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReceiveByteWithTimestamp9BitData(_usbSerialPort /*port*/,
+                                                          unsigned short* /*data*/,
+                                                          unsigned char* /*timestamp*/,
+                                                          unsigned int* /*received*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetTimeoutMessage(_usbSerialPort /*port*/, unsigned char* /*message*/,
+                                           unsigned char /*length*/, float /*seconds*/) {
+    return 0;
+}
+
+int KBaseImplementation::GetParityErrors(_usbSerialPort /*port*/, unsigned short* /*count*/) {
+    return 0;
+}
+
+int KBaseImplementation::ConfigureCCTalkPort(_usbSerialPort /*port*/, CCTalkConfig* /*config*/) {
+    return 0;
+}
+
+int KBaseImplementation::ConfigureRS232Poll(_usbSerialPort /*port*/, RS232PollConfig* /*config*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetPolledHostTimeout(_usbSerialPort /*port*/, unsigned char /*index*/,
+                                              double /*seconds*/) {
+    return 0;
+}
+
+int KBaseImplementation::EmptyPolledBuffer(_usbSerialPort /*port*/, unsigned char /*index*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReceivePolledMessage(_usbSerialPort /*port*/, unsigned char /*index*/,
+                                              unsigned char* /*buffer*/, unsigned long* /*length*/,
+                                              unsigned int* /*status*/) {
+    return 0;
+}
+
+int KBaseImplementation::DeletePolledMessage(_usbSerialPort /*port*/, unsigned char /*index*/) {
+    return 0;
+}
+
+int KBaseImplementation::Get8051Version(unsigned char* /*version*/) {
+    return 0;
+}
+
+int KBaseImplementation::UncheckedReadEEPROM(unsigned short /*address*/, unsigned char* /*data*/,
+                                             unsigned int /*length*/) {
+    return 0;
+}
+
+int KBaseImplementation::EEPROMConfigured(int /*number*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReceiveEx(_usbSerialPort /*port*/, unsigned char* /*buffer*/,
+                                   unsigned long /*capacity*/, unsigned long* /*length*/) {
+    return 0;
+}
+
+int KBaseImplementation::Receive9BitDataEx(_usbSerialPort /*port*/, unsigned short* /*words*/,
+                                           unsigned long /*capacity*/, unsigned long* /*count*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort /*port*/, unsigned char /*index*/,
+                                                unsigned char* /*buffer*/,
+                                                unsigned long /*capacity*/,
+                                                unsigned long* /*length*/,
+                                                unsigned int* /*status*/) {
+    return 0;
+}
+
+int KBaseImplementation::SendRamp(Command /*command*/, unsigned char /*reel*/,
+                                  const usbRampTable& /*table*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReadWholeReply(Command /*command*/, unsigned char* /*target*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReadClockValue(Command /*command*/, unsigned long* /*time*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReadFlag(Command /*command*/, unsigned char* /*flag*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReadFlagPair(Command /*command*/, unsigned char* /*flags0*/,
+                                      unsigned char* /*flags1*/) {
+    return 0;
+}
+
+int KBaseImplementation::CheckMemoryRange(unsigned long /*limit*/, _usbErrorCode /*beyond*/,
+                                          unsigned long /*address*/, const unsigned char* /*data*/,
+                                          unsigned long /*length*/) {
+    return 0;
+}
+
+int KBaseImplementation::WriteMemory(const MemoryAccess& /*access*/, unsigned long /*address*/,
+                                     const unsigned char* /*data*/, unsigned long /*length*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReadMemory(const MemoryAccess& /*access*/, unsigned long /*address*/,
+                                    unsigned char* /*data*/, unsigned long /*length*/) {
+    return 0;
+}
+
+int KBaseImplementation::CheckEepromRange(const EEPROM_MAP* /*entry*/, unsigned short /*address*/,
+                                          const unsigned char* /*data*/, unsigned int /*length*/) {
+    return 0;
+}
+
+int KBaseImplementation::ConfigureWidest(const K40EEPROM* /*part*/) {
+    return 0;
+}
+
+int KBaseImplementation::StartCallbackThread() {
+    return 0;
+}
+
+int KBaseImplementation::SendChunks(_usbSerialPort /*port*/, unsigned long /*bytes*/,
+                                    const SerialSource& /*source*/) {
+    return 0;
+}
+
+int KBaseImplementation::FetchReceived(_usbSerialPort /*port*/, Reply& /*reply*/) {
+    return 0;
+}
+
+int KBaseImplementation::FetchTimestamped(_usbSerialPort /*port*/, K40BUFFER& /*entry*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReceiveTimestamped(_usbSerialPort /*port*/, Data* /*data*/,
+                                            unsigned char* /*timestamp*/,
+                                            unsigned int* /*received*/) {
+    return 0;
+}
+
+int KBaseImplementation::ConfigurePoll(_usbSerialPort /*port*/, Config* /*config*/) {
+    return 0;
+}
+
+int KBaseImplementation::SendPolledIndex(_usbSerialPort /*port*/, unsigned char /*command*/,
+                                         unsigned char /*index*/) {
+    return 0;
+}
+
+int KBaseImplementation::SetPeriodOutputs(usbOutput& /*pattern*/, unsigned char /*command*/) {
+    return 0;
+}
+
+int KBaseImplementation::ReplacePeriodOutputs(OutputHandle& /*handle*/, usbOutput& /*pattern*/,
+                                              Command /*command*/) {
+    return 0;
+}
+
+int KBaseImplementation::ChangePeriodOutputBit(OutputHandle& /*handle*/,
+                                               _usbOutputId /*outputByte*/, int /*bit*/,
+                                               unsigned int /*value*/, Command /*command*/) {
+    return 0;
+}
+
+int K40Implementation::DownloadHiCode() {
+    return 0;
+}
+
+int K40Implementation::WriteSRAM(unsigned long /*address*/, unsigned char* /*data*/,
+                                 unsigned int /*length*/) {
+    return 0;
+}
+
+int K40Implementation::ReadSRAM(unsigned long /*address*/, unsigned char* /*data*/,
+                                unsigned long /*length*/) {
+    return 0;
+}
+
+int K44_Implementation::DownloadHiCode() {
+    return 0;
+}
+
+int K50_Implementation::DownloadHiCode() {
+    return 0;
+}
+
+int K50_Implementation::WriteSRAM(unsigned long /*address*/, unsigned char* /*data*/,
+                                  unsigned int /*length*/) {
+    return 0;
+}
+
+int K50_Implementation::ReadSRAM(unsigned long /*address*/, unsigned char* /*data*/,
+                                 unsigned long /*length*/) {
+    return 0;
+}
+
+int MarvaneUSB::DownloadHiCode() {
+    return 0;
+}

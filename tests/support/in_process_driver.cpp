@@ -1,0 +1,338 @@
+/**
+ * @file in_process_driver.cpp
+ * @brief The in-process stand-in for the kernel driver, and the system calls that it takes over.
+ */
+#include "in_process_driver.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <iomanip>
+
+namespace {
+
+constexpr unsigned long kK40Request = 0xC2108100;
+constexpr unsigned long kK44Request = 0x8400;
+constexpr std::size_t kK40RecordSize = 528;
+constexpr std::size_t kK44RecordSize = 56;
+
+template <class Value>
+Value Load(const unsigned char* from) {
+    Value value;
+    std::memcpy(&value, from, sizeof value);
+    return value;
+}
+
+template <class Value>
+void Store(unsigned char* to, Value value) {
+    std::memcpy(to, &value, sizeof value);
+}
+
+template <class Function>
+Function* Next(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+bool BelongsToBoards(const std::string& path) {
+    return path.starts_with("/dev/Kovar_") || path.starts_with("/sys/class/Kovar");
+}
+
+std::string SysfsPath(int deviceNo, const std::string& attribute) {
+    return "/sys/class/Kovar/Kovar_" + std::to_string(deviceNo) + "/device/" + attribute;
+}
+
+int Fail(int error) {
+    errno = error;
+    return -1;
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& out, const Exchange& exchange) {
+    out << "{" << exchange.command << ", " << exchange.channel << ", {";
+    for (const std::uint8_t byte : exchange.payload)
+        out << static_cast<int>(byte) << ",";
+    return out << "}}";
+}
+
+InProcessDriver& InProcessDriver::Instance() {
+    // Never destroyed: handles in static objects close their devices at exit.
+    static auto* driver = new InProcessDriver;
+    return *driver;
+}
+
+InProcessDriver::InProcessDriver() {
+    pthread_atfork([] { Instance().guard.lock(); }, [] { Instance().guard.unlock(); },
+                   [] { Instance().guard.unlock(); });
+}
+
+void InProcessDriver::Reset() {
+    const std::lock_guard lock(guard);
+    boards.clear();
+    nodes.clear();
+    files.clear();
+    queued.clear();
+    answerer = nullptr;
+    sent.clear();
+    opened.clear();
+    lastRecord.clear();
+    lastRequest = 0;
+    lastOpenFlags = 0;
+}
+
+simulator::Board& InProcessDriver::AddBoard(int deviceNo, simulator::Model model, int speedMbit) {
+    const char* names[] = {"", "K40", "K44", "K50"};
+    simulator::BoardOptions options;
+    options.model = model;
+    options.speedMbit = speedMbit;
+    options.firmwareRunning = true;
+    SetFile(deviceNo, "product",
+            "Marvane " + std::string(names[static_cast<int>(model)]) + " Board\n");
+    SetFile(deviceNo, "speed", std::to_string(speedMbit) + "\n");
+    SetNode(deviceNo, true);
+
+    const std::lock_guard lock(guard);
+    boards[deviceNo] = std::make_unique<simulator::Board>(options);
+    return *boards[deviceNo];
+}
+
+void InProcessDriver::SetFile(int deviceNo, const std::string& attribute,
+                              std::optional<std::string> content) {
+    const std::lock_guard lock(guard);
+    files.erase(SysfsPath(deviceNo, attribute));
+    if (content) files[SysfsPath(deviceNo, attribute)] = *content;
+}
+
+void InProcessDriver::SetNode(int deviceNo, bool present) {
+    const std::lock_guard lock(guard);
+    nodes[deviceNo] = present;
+}
+
+void InProcessDriver::AnswerNext(DriverAnswer answer) {
+    const std::lock_guard lock(guard);
+    queued.push_back(std::move(answer));
+}
+
+void InProcessDriver::AnswerWith(Answerer newAnswerer) {
+    const std::lock_guard lock(guard);
+    answerer = std::move(newAnswerer);
+}
+
+Exchanges InProcessDriver::Sent() const {
+    const std::lock_guard lock(guard);
+    return sent;
+}
+
+void InProcessDriver::ForgetSent() {
+    const std::lock_guard lock(guard);
+    sent.clear();
+}
+
+Bytes InProcessDriver::LastRecord() const {
+    const std::lock_guard lock(guard);
+    return lastRecord;
+}
+
+unsigned long InProcessDriver::LastRequest() const {
+    const std::lock_guard lock(guard);
+    return lastRequest;
+}
+
+int InProcessDriver::LastOpenFlags() const {
+    const std::lock_guard lock(guard);
+    return lastOpenFlags;
+}
+
+std::vector<int> InProcessDriver::OpenedDevices() const {
+    const std::lock_guard lock(guard);
+    return opened;
+}
+
+int InProcessDriver::OpenDescriptors() const {
+    const std::lock_guard lock(guard);
+    return static_cast<int>(descriptors.size());
+}
+
+std::optional<int> InProcessDriver::Open(const std::string& path, int flags) {
+    if (!BelongsToBoards(path)) return std::nullopt;
+
+    const std::lock_guard lock(guard);
+    int deviceNo = -1;
+    if (std::sscanf(path.c_str(), "/dev/Kovar_%d", &deviceNo) != 1 || !nodes[deviceNo]) {
+        return Fail(ENOENT);
+    }
+    // One file per board, opened anew each time, so that flock works as on a node.
+    int& node = nodeFiles[deviceNo];
+    if (node == 0) node = memfd_create("Kovar", MFD_CLOEXEC);
+    static auto* next = Next<int(const char*, int, ...)>("open");
+    const int descriptor = next(("/proc/self/fd/" + std::to_string(node)).c_str(), flags);
+    if (descriptor < 0) return -1;
+    descriptors[descriptor] = deviceNo;
+    opened.push_back(deviceNo);
+    lastOpenFlags = flags;
+    return descriptor;
+}
+
+std::optional<std::FILE*> InProcessDriver::OpenFile(const std::string& path) {
+    if (!BelongsToBoards(path)) return std::nullopt;
+
+    const std::lock_guard lock(guard);
+    const auto file = files.find(path);
+    if (file == files.end()) {
+        errno = ENOENT;
+        return nullptr;
+    }
+    std::FILE* stream = std::tmpfile();
+    if (stream == nullptr) return nullptr;
+    std::fwrite(file->second.data(), 1, file->second.size(), stream);
+    std::rewind(stream);
+    return stream;
+}
+
+std::optional<int> InProcessDriver::Ioctl(int descriptor, unsigned long request, void* record) {
+    int deviceNo = -1;
+    {
+        const std::lock_guard lock(guard);
+        const auto known = descriptors.find(descriptor);
+        if (known == descriptors.end()) return std::nullopt;
+        deviceNo = known->second;
+        const auto* bytes = static_cast<unsigned char*>(record);
+        const std::size_t size = request == kK40Request ? kK40RecordSize : kK44RecordSize;
+        lastRecord.assign(bytes, bytes + size);
+        lastRequest = request;
+    }
+    if (request == kK40Request) return TransferK40(deviceNo, static_cast<unsigned char*>(record));
+    if (request == kK44Request) return TransferK44(deviceNo, static_cast<unsigned char*>(record));
+    return Fail(ENOTTY);
+}
+
+void InProcessDriver::Close(int descriptor) {
+    const std::lock_guard lock(guard);
+    descriptors.erase(descriptor);
+}
+
+DriverAnswer InProcessDriver::Answer(int deviceNo, const Exchange& exchange) {
+    Answerer answering;
+    {
+        const std::lock_guard lock(guard);
+        sent.push_back(exchange);
+        if (!queued.empty()) {
+            DriverAnswer answer = std::move(queued.front());
+            queued.pop_front();
+            return answer;
+        }
+        answering = answerer;
+        if (!answering) {
+            if (!boards.contains(deviceNo) || !nodes[deviceNo]) return {.error = ENODEV};
+            simulator::Answer answer = boards[deviceNo]->Handle(
+                static_cast<std::uint8_t>(exchange.command),
+                static_cast<std::uint32_t>(exchange.channel), exchange.payload);
+            return {.status = answer.status, .reply = std::move(answer.reply)};
+        }
+    }
+    return answering(exchange);  // without the lock: it may wait for another thread
+}
+
+int InProcessDriver::TransferK40(int deviceNo, unsigned char* record) {
+    const auto channel = Load<std::uint32_t>(record);
+    const auto writeLength = Load<std::uint32_t>(record + 8);
+    const auto longest = Load<std::uint32_t>(record + 12);
+    unsigned char* data = record + 16;
+    if (writeLength < 1 || writeLength > 512) return Fail(EINVAL);
+
+    const DriverAnswer answer =
+        Answer(deviceNo, {data[0], static_cast<int>(channel), Bytes(data + 1, data + writeLength)});
+    if (answer.error != 0) return Fail(answer.error);
+
+    const std::size_t length = std::min<std::size_t>(answer.reply.size() + 2, longest);
+    data[0] = answer.echo.value_or(data[0]);
+    data[1] = static_cast<unsigned char>(answer.status);
+    std::copy_n(answer.reply.begin(), length - 2, data + 2);
+    Store(record + 12, static_cast<std::uint32_t>(answer.claimedLength.value_or(length)));
+    return 0;
+}
+
+int InProcessDriver::TransferK44(int deviceNo, unsigned char* record) {
+    const auto* payload = Load<const unsigned char*>(record + 16);
+    const auto length = Load<std::uint64_t>(record + 24);
+    auto* reply = Load<unsigned char*>(record + 32);
+
+    const DriverAnswer answer =
+        Answer(deviceNo, {record[48], static_cast<int>(Load<std::uint32_t>(record + 8)) + 1,
+                          Bytes(payload, payload + length)});
+    if (answer.error != 0) return Fail(answer.error);
+
+    *Load<std::int32_t*>(record) = answer.status;
+    if (reply != nullptr) std::copy(answer.reply.begin(), answer.reply.end(), reply);
+    *Load<std::uint64_t*>(record + 40) = answer.claimedLength.value_or(answer.reply.size());
+    return 0;
+}
+
+// The calls themselves. Every name under which the library could reach a file or a device.
+
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+    if (const auto taken = InProcessDriver::Instance().Open(path, flags)) return *taken;
+    std::va_list rest;
+    va_start(rest, flags);
+    const int mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, int) : 0;
+    va_end(rest);
+    static auto* next = Next<int(const char*, int, ...)>("open");
+    return next(path, flags, mode);
+}
+
+// On 64-bit Linux the two are one function.
+int open64(const char* path, int flags, ...) {
+    std::va_list rest;
+    va_start(rest, flags);
+    const int mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, int) : 0;
+    va_end(rest);
+    return open(path, flags, mode);
+}
+
+int __open_2(const char* path, int flags) {
+    return open(path, flags);
+}
+
+int __open64_2(const char* path, int flags) {
+    return open(path, flags);
+}
+
+std::FILE* fopen(const char* path, const char* mode) {
+    if (const auto taken = InProcessDriver::Instance().OpenFile(path)) return *taken;
+    static auto* next = Next<std::FILE*(const char*, const char*)>("fopen");
+    return next(path, mode);
+}
+
+std::FILE* fopen64(const char* path, const char* mode) {
+    return fopen(path, mode);
+}
+
+int ioctl(int descriptor, unsigned long request, ...) {
+    std::va_list rest;
+    va_start(rest, request);
+    void* argument = va_arg(rest, void*);
+    va_end(rest);
+    if (const auto taken = InProcessDriver::Instance().Ioctl(descriptor, request, argument)) {
+        return *taken;
+    }
+    static auto* next = Next<int(int, unsigned long, ...)>("ioctl");
+    return next(descriptor, request, argument);
+}
+
+int close(int descriptor) {
+    InProcessDriver::Instance().Close(descriptor);
+    static auto* next = Next<int(int)>("close");
+    return next(descriptor);
+}
+
+}  // extern "C"
