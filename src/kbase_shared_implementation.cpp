@@ -1,0 +1,115 @@
+/**
+ * @file kbase_shared_implementation.cpp
+ * @brief Handles of the shared objects, and their life from load to unload.
+ */
+#include "kbase_shared_implementation.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "shared_order.h"
+
+namespace {
+
+constexpr int kArenaLock = 0;
+constexpr int kArenaLocks = 10;
+constexpr int kArenaSize = 65536;
+
+constexpr auto kLongestWaitForOperations = std::chrono::seconds(1);
+constexpr auto kLookAgainAfter = std::chrono::milliseconds(1);
+
+constinit std::atomic<bool> abandoned = false;
+
+/** Lives last of all handles, so that it is destroyed first. */
+class LastUse {
+public:
+    LastUse() { pthread_atfork(nullptr, nullptr, SharedUse::ForgetOperations); }
+    LastUse(const LastUse&) = delete;
+    LastUse& operator=(const LastUse&) = delete;
+    ~LastUse() { abandoned.store(!SharedUse::Finish()); }
+};
+
+}  // namespace
+
+SharedMemoryArenaID SharedArenaID() {
+    return {"K40SharedMemory", 0, MutexID("K40Mutex", kArenaLock, kArenaLocks), kArenaSize};
+}
+
+MutexID SharedObjectLock(int index) {
+    return {"K40Mutex", index, 1};
+}
+
+constinit std::atomic<int> SharedUse::operations = 0;
+constinit std::atomic<bool> SharedUse::finishing = false;
+
+bool SharedUse::Finish() {
+    finishing.store(true);
+    const auto deadline = std::chrono::steady_clock::now() + kLongestWaitForOperations;
+    while (operations.load() != 0) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(kLookAgainAfter);
+    }
+    return true;
+}
+
+SharedObject::SharedObject(SharedMemoryArenaID& arena, SharedMemoryObjectID objectId, MutexID lock,
+                           unsigned long bytes)
+    : element(SharedMemoryLocalListElement::GetSharedMemoryArenaHeader(arena)) {
+    if (element == nullptr) return;
+    {
+        const ArenaKeyPath path(arena);
+        const KeyFileLock file(path.text);
+        object = SharedMemoryLocalListElement::FindSharedMemoryObject(element->header, objectId);
+        const bool locked = element->memory->Lock();
+        ++element->memory->refCount;
+        if (locked) element->memory->UnLock();
+        if (object != nullptr) {
+            std::atomic_ref<int>(object->useCount).fetch_add(1);
+        } else if (element->header != nullptr && file.Held()) {
+            object = Allocate(objectId, bytes);
+        }
+    }
+    if (object != nullptr && !IsWithinArena(bytes)) object = nullptr;
+    if (object != nullptr) mutex = Mutex::GetLocalMutex(lock);
+}
+
+SharedObject::~SharedObject() {
+    if (abandoned.load() || element == nullptr) return;
+    if (mutex != nullptr) Mutex::ReleaseLocalMutex(mutex);
+    SharedMemoryLocalListElement::ReleaseSharedMemoryElement(element);
+}
+
+SharedMemoryBlockHeader* SharedObject::Allocate(const SharedMemoryObjectID& objectId,
+                                                unsigned long bytes) const {
+    auto* block = static_cast<SharedMemoryBlockHeader*>(
+        SharedMemoryBlockHeader::operator new(bytes, *element->header));
+    if (block != nullptr) block->Publish(objectId);
+    return block;
+}
+
+bool SharedObject::IsWithinArena(unsigned long bytes) const {
+    // A damaged header may claim less than the entries need.
+    const auto offset = reinterpret_cast<const char*>(object) -
+                        reinterpret_cast<const char*>(&element->header->firstBlock);
+    const std::uint64_t end = static_cast<std::uint64_t>(offset) + bytes;
+    constexpr std::uint64_t kUnit = SharedMemoryArenaHeader::kUnit;
+    return object->units * kUnit >= bytes && end <= element->memory->unitLimit * kUnit;
+}
+
+MARVANE_INIT_MAIN_HANDLES SharedMemoryArenaID sharedBlock = SharedArenaID();
+MARVANE_INIT_MAIN_HANDLES Shared<usbOutput[kDeviceCount]> SharedOutOnCopy(sharedBlock,
+                                                                          "OutOnCopies",
+                                                                          kOutOnLock);
+MARVANE_INIT_MAIN_HANDLES Shared<usbOutput[kDeviceCount]> SharedOutOffCopy(sharedBlock,
+                                                                           "OutOffCopies",
+                                                                           kOutOffLock);
+MARVANE_INIT_MAIN_HANDLES Shared<EEPROM_MAP[kDeviceCount]> SharedcurrentEEPROM(sharedBlock,
+                                                                               "K40EEPROMS",
+                                                                               kEepromLock);
+
+namespace {
+MARVANE_INIT_MAIN_HANDLES LastUse lastUse;
+}  // namespace
