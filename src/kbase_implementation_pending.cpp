@@ -43,56 +43,9 @@ int KBaseImplementation::StopHopperCoinRelease(_usbInputBitId /*input*/) {
     return 0;
 }
 
-int KBaseImplementation::SetOutputBit(_usbOutputBitId /*outputBit*/, unsigned int /*value*/) {
-    return 0;
-}
-
-int KBaseImplementation::SetOutputs(unsigned char* /*outputs*/) {
-    return 0;
-}
-
 int KBaseImplementation::ConfigureChangedInputsCallback(usbInput* /*mask*/, usbInput* /*selection*/,
                                                         void (* /*callback*/)(usbInput*,
                                                                               usbInput*)) {
-    return 0;
-}
-
-int KBaseImplementation::ModifyOutputs(usbOutput* /*off*/, usbOutput* /*on*/) {
-    return 0;
-}
-
-int KBaseImplementation::SetOnPeriodOutputs(usbOutput /*pattern*/) {
-    return 0;
-}
-
-int KBaseImplementation::SetOffPeriodOutputs(usbOutput /*pattern*/) {
-    return 0;
-}
-
-int KBaseImplementation::SetOnPeriodOutputBit(_usbOutputId /*outputByte*/, int /*bit*/,
-                                              unsigned int /*value*/) {
-    return 0;
-}
-
-int KBaseImplementation::SetOffPeriodOutputBit(_usbOutputId /*outputByte*/, int /*bit*/,
-                                               unsigned int /*value*/) {
-    return 0;
-}
-
-int KBaseImplementation::SetOutputBrightness(unsigned char /*level*/) {
-    return 0;
-}
-
-int KBaseImplementation::PulseOutput(unsigned char /*output*/, unsigned char /*pulseValue*/) {
-    return 0;
-}
-
-int KBaseImplementation::PulseOffOutput(unsigned char /*output*/, unsigned char /*pulseValue*/) {
-    return 0;
-}
-
-int KBaseImplementation::PulseOutputResult(unsigned char* /*result0*/, unsigned int* /*result1*/,
-                                           unsigned int* /*result2*/) {
     return 0;
 }
 
@@ -496,21 +449,6 @@ int KBaseImplementation::ConfigurePoll(_usbSerialPort /*port*/, Config* /*config
 
 int KBaseImplementation::SendPolledIndex(_usbSerialPort /*port*/, unsigned char /*command*/,
                                          unsigned char /*index*/) {
-    return 0;
-}
-
-int KBaseImplementation::SetPeriodOutputs(usbOutput& /*pattern*/, unsigned char /*command*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReplacePeriodOutputs(OutputHandle& /*handle*/, usbOutput& /*pattern*/,
-                                              Command /*command*/) {
-    return 0;
-}
-
-int KBaseImplementation::ChangePeriodOutputBit(OutputHandle& /*handle*/,
-                                               _usbOutputId /*outputByte*/, int /*bit*/,
-                                               unsigned int /*value*/, Command /*command*/) {
     return 0;
 }
 

@@ -1,0 +1,150 @@
+/**
+ * @file kbase_implementation_outputs.cpp
+ * @brief Driving the outputs: shared copies of both patterns, brightness and pulses.
+ *
+ * The copies hold what was last asked for, whether or not the board accepted it.
+ */
+#include "kbase_implementation.h"
+#include "kbase_shared_implementation.h"
+
+namespace {
+
+using OutputCopies = SharedProxy<usbOutput[kDeviceCount]>;
+
+void ApplyMasks(usbOutput& copy, const usbOutput& on, const usbOutput& off) {
+    for (unsigned i = 0; i < kOutputByteCount; ++i) {
+        copy.bytes[i] = static_cast<unsigned char>((copy.bytes[i] | on.bytes[i]) & ~off.bytes[i]);
+    }
+}
+
+/**
+ * Each output alone, and none. Made beforehand: with nothing on its own stack SetOutputBit ends in
+ * a jump, and saves a return, which is slow after a system call. Never changed.
+ */
+struct OutputMasks {
+    constexpr OutputMasks() {
+        for (unsigned n = 0; n < kOutputCount; ++n) {
+            single[n].bytes[n / 8] = static_cast<unsigned char>(1U << n % 8);
+        }
+    }
+    usbOutput none{};
+    usbOutput single[kOutputCount]{};
+};
+constinit OutputMasks masks;
+
+bool IsPeriodBit(_usbOutputId outputByte, int bit, unsigned int value) {
+    if (outputByte >= kOutputByteCount || bit < 0 || bit > 7) return false;
+    if (outputByte == kOutputByteCount - 1 && bit >= kLastOutputByteBits) return false;
+    return value <= 1;
+}
+
+}  // namespace
+
+int KBaseImplementation::ModifyOutputs(usbOutput* off, usbOutput* on) {
+    // Both locks last until return, exchange included: the board sees the changes in the order
+    // in which the locks were granted.
+    OutputCopies onCopies(SharedOutOnCopy);
+    OutputCopies offCopies(SharedOutOffCopy, onCopies);
+    if (on == nullptr || off == nullptr) return Fail(USB_ERR_NULL_POINTER);
+    usbOutput* onCopy = onCopies.Find(GetDeviceNo());
+    usbOutput* offCopy = offCopies.Find(GetDeviceNo());
+    if (onCopy == nullptr || offCopy == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
+
+    ApplyMasks(*onCopy, *on, *off);
+    ApplyMasks(*offCopy, *on, *off);
+    return Exchange(commands::kModifyOutputs, Payload().Bytes(on->bytes).Bytes(off->bytes));
+}
+
+int KBaseImplementation::SetOutputs(unsigned char* outputs) {
+    if (outputs == nullptr) return Fail(USB_ERR_NULL_POINTER);
+
+    usbOutput on;
+    usbOutput off;
+    for (unsigned i = 0; i < kOutputByteCount; ++i) {
+        on.bytes[i] = outputs[i];
+        off.bytes[i] = static_cast<unsigned char>(~outputs[i]);
+    }
+    return ModifyOutputs(&off, &on);
+}
+
+int KBaseImplementation::SetOutputBit(_usbOutputBitId outputBit, unsigned int value) {
+    if (outputBit >= kOutputCount || value > 1) return Fail(USB_ERR_OUT_OF_RANGE);
+
+    usbOutput* chosen = &masks.single[outputBit];
+    return value == 1 ? ModifyOutputs(&masks.none, chosen) : ModifyOutputs(chosen, &masks.none);
+}
+
+int KBaseImplementation::SetPeriodOutputs(usbOutput& pattern, unsigned char command) {
+    return Exchange({command, Channel::kDigitalIo}, Payload().Bytes(pattern.bytes));
+}
+
+int KBaseImplementation::ReplacePeriodOutputs(OutputHandle& handle, usbOutput& pattern,
+                                              Command command) {
+    OutputCopies copies(handle);
+    usbOutput* copy = copies.Find(GetDeviceNo());
+    if (copy == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
+
+    *copy = pattern;
+    return SetPeriodOutputs(pattern, command.code);
+}
+
+int KBaseImplementation::ChangePeriodOutputBit(OutputHandle& handle, _usbOutputId outputByte,
+                                               int bit, unsigned int value, Command command) {
+    OutputCopies copies(handle);
+    if (!IsPeriodBit(outputByte, bit, value)) return Fail(USB_ERR_OUT_OF_RANGE);
+    usbOutput* copy = copies.Find(GetDeviceNo());
+    if (copy == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
+
+    const auto mask = static_cast<unsigned char>(1U << static_cast<unsigned>(bit));
+    unsigned char& byte = copy->bytes[outputByte];
+    byte = static_cast<unsigned char>(value == 1 ? byte | mask : byte & ~mask);
+    return SetPeriodOutputs(*copy, command.code);
+}
+
+int KBaseImplementation::SetOnPeriodOutputs(usbOutput pattern) {
+    return ReplacePeriodOutputs(SharedOutOnCopy, pattern, commands::kSetOnPeriod);
+}
+
+int KBaseImplementation::SetOffPeriodOutputs(usbOutput pattern) {
+    return ReplacePeriodOutputs(SharedOutOffCopy, pattern, commands::kSetOffPeriod);
+}
+
+int KBaseImplementation::SetOnPeriodOutputBit(_usbOutputId outputByte, int bit,
+                                              unsigned int value) {
+    return ChangePeriodOutputBit(SharedOutOnCopy, outputByte, bit, value, commands::kSetOnPeriod);
+}
+
+int KBaseImplementation::SetOffPeriodOutputBit(_usbOutputId outputByte, int bit,
+                                               unsigned int value) {
+    return ChangePeriodOutputBit(SharedOutOffCopy, outputByte, bit, value, commands::kSetOffPeriod);
+}
+
+int KBaseImplementation::SetOutputBrightness(unsigned char level) {
+    if (level > kHighestBrightness) return Fail(USB_ERR_OUT_OF_RANGE);
+    return Exchange(commands::kSetBrightness, Payload().Byte(level));
+}
+
+int KBaseImplementation::PulseOutput(unsigned char output, unsigned char pulseValue) {
+    if (output >= kPulsedOutputCount) return Fail(USB_ERR_OUT_OF_RANGE);
+    return Exchange(commands::kPulseOutput, Payload().Byte(pulseValue).Byte(output));
+}
+
+int KBaseImplementation::PulseOffOutput(unsigned char output, unsigned char pulseValue) {
+    if (output >= kPulsedOutputCount) return Fail(USB_ERR_OUT_OF_RANGE);
+    return Exchange(commands::kPulseOffOutput, Payload().Byte(pulseValue).Byte(output));
+}
+
+int KBaseImplementation::PulseOutputResult(unsigned char* result0, unsigned int* result1,
+                                           unsigned int* result2) {
+    if (result0 == nullptr || result1 == nullptr || result2 == nullptr) {
+        return Fail(USB_ERR_NULL_POINTER);
+    }
+
+    Reply reply;
+    if (!Exchange(commands::kPulseOutputResult, reply)) return 0;
+
+    *result0 = reply.Byte(0);
+    *result1 = reply.Byte(1);
+    *result2 = reply.Byte(2);
+    return 1;
+}
