@@ -7,141 +7,9 @@
 #include "k50_implementation.h"
 #include "kbase_implementation.h"
 
-int KBaseImplementation::ConfigurePulsedInput(_usbInputBitId /*input*/,
-                                              unsigned char /*pulseParameter*/,
-                                              ActiveState /*activeState*/) {
-    return 0;
-}
-
-int KBaseImplementation::ConfigurePulsedInputEx(_usbInputBitId /*input*/,
-                                                unsigned char /*pulseParameter*/,
-                                                unsigned char /*extendedPulseParameter*/,
-                                                ActiveState /*activeState*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReleaseParallelHopperCoins(_usbInputBitId /*input*/,
-                                                    unsigned char /*pulseParameter*/,
-                                                    ActiveState /*activeState*/,
-                                                    _usbOutputBitId /*releaseOutput*/,
-                                                    unsigned short /*coinCount*/,
-                                                    unsigned char /*releaseParameter*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReleaseParallelHopperCoinsEx(_usbInputBitId /*input*/,
-                                                      unsigned char /*pulseParameter*/,
-                                                      unsigned char /*extendedPulseParameter*/,
-                                                      ActiveState /*activeState*/,
-                                                      _usbOutputBitId /*releaseOutput*/,
-                                                      unsigned short /*coinCount*/,
-                                                      unsigned char /*releaseParameter*/) {
-    return 0;
-}
-
-int KBaseImplementation::StopHopperCoinRelease(_usbInputBitId /*input*/) {
-    return 0;
-}
-
 int KBaseImplementation::ConfigureChangedInputsCallback(usbInput* /*mask*/, usbInput* /*selection*/,
                                                         void (* /*callback*/)(usbInput*,
                                                                               usbInput*)) {
-    return 0;
-}
-
-int KBaseImplementation::BeginPulsedInputCheck(_usbInputBitId /*input*/) {
-    return 0;
-}
-
-int KBaseImplementation::EndPulsedInputCheck(_usbInputBitId /*input*/) {
-    return 0;
-}
-
-int KBaseImplementation::ResetPulsedInputCounter(_usbInputBitId /*input*/) {
-    return 0;
-}
-
-int KBaseImplementation::DecrementPulsedInputCounter(_usbInputBitId /*input*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReadPulsedInputCounter(_usbInputBitId /*input*/,
-                                                unsigned char* /*count*/) {
-    return 0;
-}
-
-int KBaseImplementation::GetPulsedInputStatus(_usbInputBitId /*input*/, unsigned int* /*status*/,
-                                              unsigned char* /*count*/) {
-    return 0;
-}
-
-int KBaseImplementation::GetParallelHopperStatus(_usbInputBitId /*input*/,
-                                                 ReleaseHopperCoinsStatus* /*status*/,
-                                                 unsigned char* /*count*/) {
-    return 0;
-}
-
-int KBaseImplementation::ConfigureReelsEx(unsigned char /*reelCount*/,
-                                          unsigned short /*configWord*/,
-                                          unsigned char /*configByte*/) {
-    return 0;
-}
-
-int KBaseImplementation::SpinReels(unsigned char /*reel*/, unsigned char /*spinSetting*/,
-                                   unsigned short /*spinValue*/) {
-    return 0;
-}
-
-int KBaseImplementation::SpinRampUp(unsigned char /*reel*/, usbRampTable /*table*/) {
-    return 0;
-}
-
-int KBaseImplementation::SpinRampDown(unsigned char /*reel*/, usbRampTable /*table*/) {
-    return 0;
-}
-
-int KBaseImplementation::SetDutyCycle(unsigned char /*duty1*/, unsigned char /*duty2*/,
-                                      unsigned char /*duty3*/) {
-    return 0;
-}
-
-int KBaseImplementation::GetReelStatus(usbReelStatus* /*status*/) {
-    return 0;
-}
-
-int KBaseImplementation::GetReelStatusEx(ReelStatusEx* /*status*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReelSynchroniseEnable(unsigned char /*enable*/) {
-    return 0;
-}
-
-int KBaseImplementation::ConfigureRecordingInputs(_usbInputBitId* /*inputs*/,
-                                                  unsigned long /*address*/,
-                                                  unsigned short /*areaLength*/) {
-    return 0;
-}
-
-int KBaseImplementation::StartRecordingInputs(unsigned short /*recordingParameter*/) {
-    return 0;
-}
-
-int KBaseImplementation::GetRecordingStatus(RecordingStatus* /*status*/,
-                                            unsigned short* /*firstValue*/,
-                                            unsigned short* /*secondValue*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReadDiagnosticData(unsigned char* /*request*/,
-                                            unsigned long /*requestLength*/,
-                                            unsigned char* /*reply*/,
-                                            unsigned long* /*replyLength*/) {
-    return 0;
-}
-
-int KBaseImplementation::WriteDiagnosticData(unsigned char* /*diagnosticData*/,
-                                             unsigned long /*dataLength*/) {
     return 0;
 }
 
@@ -370,11 +238,6 @@ int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort /*port*/, unsigne
                                                 unsigned long /*capacity*/,
                                                 unsigned long* /*length*/,
                                                 unsigned int* /*status*/) {
-    return 0;
-}
-
-int KBaseImplementation::SendRamp(Command /*command*/, unsigned char /*reel*/,
-                                  const usbRampTable& /*table*/) {
     return 0;
 }
 
