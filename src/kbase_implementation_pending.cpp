@@ -31,95 +31,6 @@ int KBaseImplementation::WriteEEPROM(unsigned short /*address*/, unsigned char* 
     return 0;
 }
 
-int KBaseImplementation::GetPICVersion(unsigned char* /*version*/) {
-    return 0;
-}
-
-int KBaseImplementation::GetPICSerialNumber(unsigned char* /*serial*/) {
-    return 0;
-}
-
-int KBaseImplementation::SetPICSerialNumber(unsigned char* /*serial*/) {
-    return 0;
-}
-
-int KBaseImplementation::GetDallasSerialNumber(unsigned char* /*serial*/,
-                                               unsigned char* /*valid*/) {
-    return 0;
-}
-
-int KBaseImplementation::GetRandomNumber(unsigned short* /*number*/) {
-    return 0;
-}
-
-int KBaseImplementation::EnableRandomNumberGenerator(unsigned long /*argument*/) {
-    return 0;
-}
-
-int KBaseImplementation::DisableRandomNumberGenerator() {
-    return 0;
-}
-
-int KBaseImplementation::ReadAndResetRTCFailure(unsigned char* /*flag*/) {
-    return 0;
-}
-
-int KBaseImplementation::SetClock(unsigned long /*time*/) {
-    return 0;
-}
-
-int KBaseImplementation::GetClock(unsigned long* /*time*/) {
-    return 0;
-}
-
-int KBaseImplementation::NextSecuritySwitchRead(unsigned long* /*time*/,
-                                                unsigned char* /*switches*/) {
-    return 0;
-}
-
-int KBaseImplementation::StartSecuritySwitchRead() {
-    return 0;
-}
-
-int KBaseImplementation::ClearSecuritySwitches() {
-    return 0;
-}
-
-int KBaseImplementation::ReadAndResetSecuritySwitchFlags(unsigned char* /*flags0*/,
-                                                         unsigned char* /*flags1*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReadAndResetBatteryFailFlag(unsigned char* /*flag*/) {
-    return 0;
-}
-
-int KBaseImplementation::CachedReadAndResetSecuritySwitchFlags(unsigned char* /*flags0*/,
-                                                               unsigned char* /*flags1*/) {
-    return 0;
-}
-
-int KBaseImplementation::EnableSPI() {
-    return 0;
-}
-
-int KBaseImplementation::DisableSPI() {
-    return 0;
-}
-
-int KBaseImplementation::SendSPI(unsigned char /*sendBits*/, unsigned char* /*data*/,
-                                 unsigned char /*control*/, unsigned char /*receiveBits*/,
-                                 unsigned char* /*reply*/) {
-    return 0;
-}
-
-int KBaseImplementation::SendSEC(unsigned char /*header1*/, unsigned char /*header2*/,
-                                 unsigned char /*length*/, unsigned char* /*data*/,
-                                 unsigned char /*control*/, unsigned char /*replyLength*/,
-                                 unsigned char* /*reply*/) {
-    return 0;
-}
-
 int KBaseImplementation::SetSASMachineAddress(_usbSerialPort /*port*/, unsigned char /*address*/) {
     return 0;
 }
@@ -210,10 +121,6 @@ int KBaseImplementation::DeletePolledMessage(_usbSerialPort /*port*/, unsigned c
     return 0;
 }
 
-int KBaseImplementation::Get8051Version(unsigned char* /*version*/) {
-    return 0;
-}
-
 int KBaseImplementation::UncheckedReadEEPROM(unsigned short /*address*/, unsigned char* /*data*/,
                                              unsigned int /*length*/) {
     return 0;
@@ -238,23 +145,6 @@ int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort /*port*/, unsigne
                                                 unsigned long /*capacity*/,
                                                 unsigned long* /*length*/,
                                                 unsigned int* /*status*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReadWholeReply(Command /*command*/, unsigned char* /*target*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReadClockValue(Command /*command*/, unsigned long* /*time*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReadFlag(Command /*command*/, unsigned char* /*flag*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReadFlagPair(Command /*command*/, unsigned char* /*flags0*/,
-                                      unsigned char* /*flags1*/) {
     return 0;
 }
 
