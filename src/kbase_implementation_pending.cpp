@@ -148,22 +148,6 @@ int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort /*port*/, unsigne
     return 0;
 }
 
-int KBaseImplementation::CheckMemoryRange(unsigned long /*limit*/, _usbErrorCode /*beyond*/,
-                                          unsigned long /*address*/, const unsigned char* /*data*/,
-                                          unsigned long /*length*/) {
-    return 0;
-}
-
-int KBaseImplementation::WriteMemory(const MemoryAccess& /*access*/, unsigned long /*address*/,
-                                     const unsigned char* /*data*/, unsigned long /*length*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReadMemory(const MemoryAccess& /*access*/, unsigned long /*address*/,
-                                    unsigned char* /*data*/, unsigned long /*length*/) {
-    return 0;
-}
-
 int KBaseImplementation::CheckEepromRange(const EEPROM_MAP* /*entry*/, unsigned short /*address*/,
                                           const unsigned char* /*data*/, unsigned int /*length*/) {
     return 0;
@@ -202,41 +186,5 @@ int KBaseImplementation::ConfigurePoll(_usbSerialPort /*port*/, Config* /*config
 
 int KBaseImplementation::SendPolledIndex(_usbSerialPort /*port*/, unsigned char /*command*/,
                                          unsigned char /*index*/) {
-    return 0;
-}
-
-int K40Implementation::DownloadHiCode() {
-    return 0;
-}
-
-int K40Implementation::WriteSRAM(unsigned long /*address*/, unsigned char* /*data*/,
-                                 unsigned int /*length*/) {
-    return 0;
-}
-
-int K40Implementation::ReadSRAM(unsigned long /*address*/, unsigned char* /*data*/,
-                                unsigned long /*length*/) {
-    return 0;
-}
-
-int K44_Implementation::DownloadHiCode() {
-    return 0;
-}
-
-int K50_Implementation::DownloadHiCode() {
-    return 0;
-}
-
-int K50_Implementation::WriteSRAM(unsigned long /*address*/, unsigned char* /*data*/,
-                                  unsigned int /*length*/) {
-    return 0;
-}
-
-int K50_Implementation::ReadSRAM(unsigned long /*address*/, unsigned char* /*data*/,
-                                 unsigned long /*length*/) {
-    return 0;
-}
-
-int MarvaneUSB::DownloadHiCode() {
     return 0;
 }

@@ -177,6 +177,20 @@ int MarvaneUSB::InitUSBBoard(unsigned char boardId) {
     return 0;
 }
 
+int MarvaneUSB::DownloadHiCode() {
+    if (implementation == nullptr) return 0;
+
+    Reply status;
+    if (!implementation->Exchange(commands::kFirmwareStatus, status)) return 0;
+    if (status.Byte(0) != kFirmwareRuns) {
+        if (!implementation->Exchange(commands::kBeginDownload)) return 0;
+        if (!implementation->DownloadHiCode()) return 0;
+        if (!implementation->Exchange(commands::kEndDownload)) return 0;
+    }
+    implementation->hiCodeLoaded.store(true, std::memory_order_relaxed);
+    return 1;
+}
+
 int MarvaneUSB::GetBoardSpeed(unsigned char* speed) {
     if (speed == nullptr) return KBaseImplementation::Fail(USB_ERR_NULL_POINTER);
     *speed = implementation == nullptr ? static_cast<unsigned char>(0)
