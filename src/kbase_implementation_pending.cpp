@@ -13,24 +13,6 @@ int KBaseImplementation::ConfigureChangedInputsCallback(usbInput* /*mask*/, usbI
     return 0;
 }
 
-int KBaseImplementation::ConfigureEEPROM(K40EEPROM* /*eeprom*/) {
-    return 0;
-}
-
-int KBaseImplementation::CheckEEPROM(K40EEPROM* /*eeprom*/) {
-    return 0;
-}
-
-int KBaseImplementation::ReadEEPROM(unsigned short /*address*/, unsigned char* /*data*/,
-                                    unsigned int /*length*/) {
-    return 0;
-}
-
-int KBaseImplementation::WriteEEPROM(unsigned short /*address*/, unsigned char* /*data*/,
-                                     unsigned int /*length*/) {
-    return 0;
-}
-
 int KBaseImplementation::SetSASMachineAddress(_usbSerialPort /*port*/, unsigned char /*address*/) {
     return 0;
 }
@@ -121,15 +103,6 @@ int KBaseImplementation::DeletePolledMessage(_usbSerialPort /*port*/, unsigned c
     return 0;
 }
 
-int KBaseImplementation::UncheckedReadEEPROM(unsigned short /*address*/, unsigned char* /*data*/,
-                                             unsigned int /*length*/) {
-    return 0;
-}
-
-int KBaseImplementation::EEPROMConfigured(int /*number*/) {
-    return 0;
-}
-
 int KBaseImplementation::ReceiveEx(_usbSerialPort /*port*/, unsigned char* /*buffer*/,
                                    unsigned long /*capacity*/, unsigned long* /*length*/) {
     return 0;
@@ -145,15 +118,6 @@ int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort /*port*/, unsigne
                                                 unsigned long /*capacity*/,
                                                 unsigned long* /*length*/,
                                                 unsigned int* /*status*/) {
-    return 0;
-}
-
-int KBaseImplementation::CheckEepromRange(const EEPROM_MAP* /*entry*/, unsigned short /*address*/,
-                                          const unsigned char* /*data*/, unsigned int /*length*/) {
-    return 0;
-}
-
-int KBaseImplementation::ConfigureWidest(const K40EEPROM* /*part*/) {
     return 0;
 }
 

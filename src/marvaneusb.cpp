@@ -5,8 +5,10 @@
 #include "marvaneusb.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -103,6 +105,25 @@ int OpenDevice(int deviceNo) {
     return higher;
 }
 
+/**
+ * Keeps others, processes and objects, from detecting the EEPROM of the same board. Without it the
+ * second of two first openings would go on with the part that the first one probes with.
+ */
+class NodeLock {
+public:
+    explicit NodeLock(int handle) : handle_(handle) {
+        while (flock(handle_, LOCK_EX) != 0 && errno == EINTR) {
+        }
+    }
+    NodeLock(const NodeLock&) = delete;
+    NodeLock& operator=(const NodeLock&) = delete;
+    // Not left to closing: a child may have a copy of the descriptor.
+    ~NodeLock() { flock(handle_, LOCK_UN); }
+
+private:
+    int handle_;
+};
+
 int CopyVersion(unsigned char* text) {
     if (text == nullptr) return KBaseImplementation::Fail(USB_ERR_NULL_POINTER);
     std::memcpy(text, kVersion, sizeof kVersion);
@@ -153,7 +174,12 @@ int MarvaneUSB::InitPort(int n) {
         ::close(handle);
         return 0;
     }
-    return 1;
+    if (!DownloadHiCode()) return 0;
+
+    const NodeLock oneAtATime(handle);
+    if (KBaseImplementation::EEPROMConfigured(n)) return 1;
+    K40EEPROM fitted;
+    return implementation->CheckEEPROM(&fitted) && implementation->ConfigureEEPROM(&fitted);
 }
 
 int MarvaneUSB::init(int /*ignored*/) {
