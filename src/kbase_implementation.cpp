@@ -30,6 +30,7 @@ KBaseImplementation::KBaseImplementation(MarvaneUSB* facade, int handle, char* /
       keptByte{kNothingKept, kNothingKept} {}
 
 KBaseImplementation::~KBaseImplementation() {
+    if (callbackThread != 0) StopCallbackThread();
     if (deviceHandle > 0) close(deviceHandle);
 }
 
@@ -41,6 +42,7 @@ void KBaseImplementation::decrementReferenceCount() {
     if (--referenceCount > 0) return;
     // While the object is still whole: in the destructors it loses its model step by step, and the
     // thread, and operations in its callback, would find the base's transport.
+    if (callbackThread != 0) StopCallbackThread();
     callbackThread = 0;
     delete this;
 }

@@ -7,12 +7,6 @@
 #include "k50_implementation.h"
 #include "kbase_implementation.h"
 
-int KBaseImplementation::ConfigureChangedInputsCallback(usbInput* /*mask*/, usbInput* /*selection*/,
-                                                        void (* /*callback*/)(usbInput*,
-                                                                              usbInput*)) {
-    return 0;
-}
-
 int KBaseImplementation::SetSASMachineAddress(_usbSerialPort /*port*/, unsigned char /*address*/) {
     return 0;
 }
@@ -118,10 +112,6 @@ int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort /*port*/, unsigne
                                                 unsigned long /*capacity*/,
                                                 unsigned long* /*length*/,
                                                 unsigned int* /*status*/) {
-    return 0;
-}
-
-int KBaseImplementation::StartCallbackThread() {
     return 0;
 }
 

@@ -1,0 +1,153 @@
+/**
+ * @file kbase_implementation_callback.cpp
+ * @brief The thread that polls for changed inputs and calls the application.
+ *
+ * The configuration is written only while no thread runs; while one runs, both sides touch only
+ * the two flags. The thread holds no reference: it is stopped before the object is destroyed.
+ */
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "kbase_implementation.h"
+#include "mutex.h"
+
+namespace {
+
+constexpr useconds_t kPollPeriodUs = 5000;
+constexpr useconds_t kStopPollUs = 20000;
+constexpr useconds_t kThreadEndPollUs = 100;
+constexpr int kMostThreadEndLooks = 10000;  // a second
+constexpr char kThreadName[] = "marvane-inputs";
+static_assert(sizeof kThreadName <= 16, "the kernel keeps 15 characters");
+
+/**
+ * While it lives, the thread blocks just the signals that a new thread shall not take: all but
+ * those that tell of a fault in it, which must reach the application's crash handler, even if the
+ * caller itself blocks them.
+ */
+class SignalsBlocked {
+public:
+    SignalsBlocked() {
+        sigset_t blocked;
+        sigfillset(&blocked);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP}) {
+            sigdelset(&blocked, fault);
+        }
+        pthread_sigmask(SIG_SETMASK, &blocked, &before_);
+    }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+    sigset_t before_;
+};
+
+/** Starts a thread that nobody joins; yields its handle, or 0. */
+pthread_t StartDetached(void* (*run)(void*), void* argument) {
+    const SignalsBlocked signals;
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0) return 0;
+    pthread_t thread = 0;
+    const bool started = pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED) == 0 &&
+                         pthread_create(&thread, &attributes, run, argument) == 0;
+    pthread_attr_destroy(&attributes);
+    return started ? thread : 0;
+}
+
+bool AnySet(const usbInput& inputs) {
+    return std::any_of(std::begin(inputs.bytes), std::end(inputs.bytes),
+                       [](unsigned char byte) { return byte != 0; });
+}
+
+}  // namespace
+
+int KBaseImplementation::ConfigureChangedInputsCallback(usbInput* mask, usbInput* selection,
+                                                        void (*callback)(usbInput* changed,
+                                                                         usbInput* current)) {
+    if (callback == nullptr && callbackThread == 0) return Fail(USB_ERR_NULL_POINTER);
+    if (callbackThread != 0) {
+        StopCallbackThread();
+        changedInputsCallback = nullptr;
+        callbackThread = 0;
+        if (callback == nullptr) return 1;
+    }
+    if (selection == nullptr || mask == nullptr) return Fail(USB_ERR_NULL_POINTER);
+    usbInput ignored;
+    if (!GetInputs(&ignored)) return 0;
+
+    changedInputsCallback = callback;
+    changedInputsMask = *mask;
+    changedInputsLevel = *selection;
+    changedInputs = {};
+    return StartCallbackThread();
+}
+
+int KBaseImplementation::StartCallbackThread() {
+    // Before the thread exists, so that it cannot undo a stop that comes at once.
+    callbackThreadRun = 1;
+    callbackThreadStopped = 0;
+    callbackThreadForks = LinuxMutex::Forks();
+    callbackThread = StartDetached(InputsCallbackThread, this);
+    if (callbackThread != 0) return 1;
+
+    callbackThreadRun = 0;
+    callbackThreadStopped = 1;
+    return Fail(USB_ERR_THREAD_START);
+}
+
+void KBaseImplementation::StopCallbackThread() {
+    // In a forked child the thread never was.
+    if (callbackThreadForks != LinuxMutex::Forks()) return;
+    callbackThreadRun = 0;
+    while (callbackThreadStopped == 0)
+        usleep(kStopPollUs);
+    // The thread still has to leave the library, which may be unloaded next. Not without limit: of
+    // a thread that ended long ago another may have the number by now.
+    for (int looks = 0; looks < kMostThreadEndLooks; ++looks) {
+        if (tgkill(getpid(), callbackThreadId, 0) != 0) return;
+        usleep(kThreadEndPollUs);
+    }
+}
+
+void* KBaseImplementation::InputsCallbackThread(void* impl) noexcept {
+    auto* board = static_cast<KBaseImplementation*>(impl);
+    pthread_setname_np(pthread_self(), kThreadName);
+    board->callbackThreadId = gettid();
+    board->changedInputs = {};
+    while (board->PollChangedInputs() && board->callbackThreadRun == 1) {
+    }
+    board->callbackThreadStopped = 1;
+    return nullptr;
+}
+
+bool KBaseImplementation::PollChangedInputs() {
+    usbInput report;
+    if (!GetChangedInputs(&report)) return false;
+    for (unsigned i = 0; i < sizeof report.bytes; ++i) {
+        changedInputs.bytes[i] = changedInputsMask.bytes[i] & report.bytes[i];
+    }
+    if (!AnySet(changedInputs)) {
+        usleep(kPollPeriodUs);
+        return true;
+    }
+
+    usbInput image;
+    if (!GetInputs(&image)) return false;
+    qualifyInputSelection(this, image.bytes);
+    if (AnySet(changedInputs)) changedInputsCallback(&changedInputs, &currentInputs);
+    return true;
+}
+
+void KBaseImplementation::qualifyInputSelection(KBaseImplementation* impl, unsigned char* inputs) {
+    for (unsigned i = 0; i < sizeof impl->currentInputs.bytes; ++i) {
+        impl->currentInputs.bytes[i] = inputs[i];
+        const auto wrongLevel =
+            static_cast<unsigned char>(impl->changedInputsLevel.bytes[i] ^ inputs[i]);
+        impl->changedInputs.bytes[i] &= static_cast<unsigned char>(~wrongLevel);
+    }
+}

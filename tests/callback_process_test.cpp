@@ -1,0 +1,75 @@
+/**
+ * @file callback_process_test.cpp
+ * @brief The changed-inputs thread in processes that fork or end while it runs.
+ */
+#include <cstdlib>
+
+#include "callback_test.h"
+#include "forked_child.h"
+#include "shared_entries.h"
+
+namespace {
+
+MarvaneUSB* boardInCallback;
+
+TEST_F(CallbackTest, AForkedChildWaitsForNoThread) {
+    Open(Model::kK44);
+    ChangeAllTheTime(500us);
+    ASSERT_EQ(Start(First), 1);
+    for (int round = 0; round < 100; ++round) {
+        const int result = RunInChild([&] {
+            calls.onSleep = [](useconds_t) { _exit(3); };
+            switch (round % 3) {
+                case 0:
+                    EXPECT_EQ(Stop(), 1);
+                    EXPECT_EQ(Stop(), 0);
+                    break;
+                case 1:
+                    board.close();
+                    break;
+                default: {
+                    const int before = callsOfSecond;
+                    EXPECT_EQ(Start(Second), 1);
+                    EXPECT_TRUE(Wait([&] { return callsOfSecond > before; }));
+                    calls.onSleep = nullptr;
+                    EXPECT_EQ(Stop(), 1);
+                }
+            }
+            EXPECT_EQ(InputThreads(), 0);
+        });
+        ASSERT_EQ(result, 0) << "round " << round << "; 3: it slept in order to wait";
+    }
+    const int before = callsOfFirst;
+    EXPECT_TRUE(Wait([&] { return callsOfFirst > before; })) << "the parent's thread goes on";
+}
+
+std::atomic<int> lampsSet = 0;
+
+void SetLamps(usbInput* changed, usbInput*) {
+    boardInCallback->SetOutputBit(USB_OUTPUT_3, changed->bytes[0] & 1U);
+    ++lampsSet;
+}
+
+TEST_F(CallbackTest, AProcessMayExitWhileTheCallbackSetsOutputs) {
+    const auto begun = Clock::now();
+    constexpr int kRounds = 300;
+    for (int round = 0; round < kRounds; ++round) {
+        const int result = RunInChild([&] {
+            Open(Model::kK44);
+            ChangeAllTheTime();
+            boardInCallback = &board;
+            ASSERT_EQ(Start(SetLamps), 1);
+            const int wanted = round % 20;
+            Wait([&] { return lampsSet >= wanted; });
+            std::exit(HasFailure() ? kChildFailed : 0);
+        });
+        ASSERT_EQ(result, 0) << "round " << round;
+        for (int lock = 1; lock <= 5; ++lock) {
+            ASSERT_EQ(SharedSemaphore(lock), 1) << "lock " << lock << " is held by nobody";
+        }
+        ASSERT_EQ(SharedSemaphore(0), 1) << "only this process uses the state";
+    }
+    EXPECT_LT(Clock::now() - begun, kRounds * 500ms) << "exits wait for something";
+}
+
+}  // namespace
