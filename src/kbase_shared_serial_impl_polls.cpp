@@ -1,0 +1,165 @@
+/**
+ * @file kbase_shared_serial_impl_polls.cpp
+ * @brief Messages that the board exchanges on a serial port by itself, ccTalk's among them.
+ */
+#include <cstring>
+
+#include "kbase_implementation.h"
+
+namespace {
+
+constexpr unsigned kHighestIndex = 3;
+constexpr unsigned kHighestMode = 3;
+constexpr unsigned kHighestOption = 4;
+constexpr int kLongestTimeMs = 2550;
+constexpr int kTimeUnitMs = 10;
+constexpr unsigned char kLongestTimeUnits = 255;
+constexpr unsigned kLongestTimeoutMessage = 60;
+constexpr double kLongestTimeoutSeconds = 7.65;
+constexpr double kTimeoutUnitSeconds = 0.03;
+constexpr double kLongestHostTimeoutSeconds = 25.5;
+constexpr double kHostTimeoutUnitsPerSecond = 10.0;
+
+/** Where a message tells its own length. */
+struct Framing {
+    unsigned char variant;
+    unsigned char lengthOffset;
+    unsigned char lengthExtra;
+};
+
+Framing FramingOf(const CCTalkConfig& /*config*/) {
+    return {1, 1, 5};
+}
+
+Framing FramingOf(const RS232PollConfig& config) {
+    return {config.Variant, config.LengthOffset, config.LengthExtra};
+}
+
+constexpr unsigned kMessageRoom = sizeof(CCTalkConfig::Message1);
+
+/** Length of a message, which may be more than there is room for. */
+unsigned MessageLength(const Framing& framing, const unsigned char (&message)[kMessageRoom]) {
+    return 0U + message[framing.lengthOffset] + framing.lengthExtra;
+}
+
+template <class Config>
+bool IsPollConfig(const Config& config) {
+    const Framing framing = FramingOf(config);
+    return framing.lengthOffset < kMessageRoom &&
+           MessageLength(framing, config.Message2) <= kMessageRoom &&
+           MessageLength(framing, config.Message1) <= kMessageRoom &&
+           config.Index <= kHighestIndex && config.Option <= kHighestOption &&
+           config.Mode <= kHighestMode;
+}
+
+/** The time in units; a longer one than can be sent is cut in the caller's record too. */
+unsigned char TimeUnits(int& timeMs) {
+    if (timeMs <= kLongestTimeMs) return static_cast<unsigned char>(timeMs / kTimeUnitMs);
+    timeMs = kLongestTimeMs;
+    return kLongestTimeUnits;
+}
+
+template <class Config>
+Payload& AppendPoll(Payload& payload, Config& config) {
+    const Framing framing = FramingOf(config);
+    const unsigned length1 = MessageLength(framing, config.Message1);
+    const unsigned length2 = MessageLength(framing, config.Message2);
+    payload.Byte(config.Index).Byte(config.Mode).Byte(config.Option);
+    payload.Byte(framing.variant).Byte(framing.lengthOffset).Byte(framing.lengthExtra);
+    payload.Byte(TimeUnits(config.TimeMs)).HighFirst(config.Word).Byte(config.Byte);
+    payload.Byte(config.Param).Byte(length1).Byte(length2);
+    return payload.Bytes(config.Message1, length1).Bytes(config.Message2, length2);
+}
+
+}  // namespace
+
+template <class Config>
+int KBaseImplementation::ConfigurePoll(_usbSerialPort port, Config* config) {
+    if (config == nullptr) return Fail(USB_ERR_NULL_POINTER);
+    if (!CheckPort(port)) return 0;
+    if (!IsPollConfig(*config)) return Fail(USB_ERR_OUT_OF_RANGE);
+
+    Payload payload;
+    return ExchangeWithPort(port, serial_commands::kConfigurePoll, AppendPoll(payload, *config));
+}
+
+int KBaseImplementation::ConfigureCCTalkPort(_usbSerialPort port, CCTalkConfig* config) {
+    return ConfigurePoll(port, config);
+}
+
+int KBaseImplementation::ConfigureRS232Poll(_usbSerialPort port, RS232PollConfig* config) {
+    return ConfigurePoll(port, config);
+}
+
+int KBaseImplementation::SetTimeoutMessage(_usbSerialPort port, unsigned char* message,
+                                           unsigned char length, float seconds) {
+    if (length > kLongestTimeoutMessage) return Fail(USB_ERR_DATA_TOO_LONG);
+    const double wide = seconds;
+    if (!(wide >= 0 && wide <= kLongestTimeoutSeconds)) return Fail(USB_ERR_OUT_OF_RANGE);
+    if (message == nullptr) return Fail(USB_ERR_NULL_POINTER);
+    if (!CheckPort(port)) return 0;
+
+    const auto units = static_cast<unsigned char>(wide / kTimeoutUnitSeconds);
+    return ExchangeWithPort(port, serial_commands::kSetTimeoutMessage,
+                            Payload().Byte(units).Byte(length).Bytes(message, length));
+}
+
+int KBaseImplementation::SetPolledHostTimeout(_usbSerialPort port, unsigned char index,
+                                              double seconds) {
+    if (!(seconds >= 0 && seconds <= kLongestHostTimeoutSeconds) || index > kHighestIndex) {
+        return Fail(USB_ERR_OUT_OF_RANGE);
+    }
+    if (!CheckPort(port)) return 0;
+
+    const auto units = static_cast<unsigned char>(seconds * kHostTimeoutUnitsPerSecond);
+    return ExchangeWithPort(port, serial_commands::kPolledHostTimeout,
+                            Payload().Byte(index).Byte(units));
+}
+
+int KBaseImplementation::SendPolledIndex(_usbSerialPort port, unsigned char command,
+                                         unsigned char index) {
+    if (index > kHighestIndex) return Fail(USB_ERR_OUT_OF_RANGE);
+    return CheckPort(port) && ExchangeWithPort(port, command, Payload().Byte(index));
+}
+
+int KBaseImplementation::EmptyPolledBuffer(_usbSerialPort port, unsigned char index) {
+    return SendPolledIndex(port, serial_commands::kEmptyPolledBuffer, index);
+}
+
+int KBaseImplementation::DeletePolledMessage(_usbSerialPort port, unsigned char index) {
+    return SendPolledIndex(port, serial_commands::kDeletePolled, index);
+}
+
+int KBaseImplementation::ReceivePolledMessage(_usbSerialPort port, unsigned char index,
+                                              unsigned char* buffer, unsigned long* length,
+                                              unsigned int* status) {
+    return ReceivePolledMessageEx(port, index, buffer, kUnlimited, length, status);
+}
+
+int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort port, unsigned char index,
+                                                unsigned char* buffer, unsigned long capacity,
+                                                unsigned long* length, unsigned int* status) {
+    constexpr unsigned long kHeader = 2;  // status, more
+    if (length == nullptr || buffer == nullptr || status == nullptr) {
+        return Fail(USB_ERR_NULL_POINTER);
+    }
+    if (index > kHighestIndex) return Fail(USB_ERR_OUT_OF_RANGE);
+    if (!CheckPort(port)) return 0;
+
+    *length = 0;
+    for (bool more = true; more;) {
+        Reply reply(Reply::kRoom);
+        Payload request;
+        if (!ExchangeWithPort(port, serial_commands::kReceivePolled, request.Byte(index), reply)) {
+            return 0;
+        }
+        *status = reply.Byte(0);
+        if (reply.Length() < kHeader) return 1;
+        const unsigned long data = reply.Length() - kHeader;
+        if (data > capacity - *length) return Fail(USB_ERR_DATA_TOO_LONG);
+        std::memcpy(buffer + *length, reply.Data() + kHeader, data);
+        *length += data;
+        more = reply.Byte(1) != 0;
+    }
+    return 1;
+}
