@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "transfer_records.h"
+
 /** Device numbers of the constant driver: models in turn. */
 constexpr int kK40Device = 0;
 constexpr int kK44Device = 1;
@@ -29,23 +31,9 @@ public:
     BareExchange& operator=(const BareExchange&) = delete;
 
     // The descriptor does not matter to the constant driver.
-    int Run() { return isK40_ ? ioctl(0, 0xC2108100, &k40_) : ioctl(0, 0x8400, &k44_); }
+    int Run() { return isK40_ ? ioctl(0, kK40Request, &k40_) : ioctl(0, kK44Request, &k44_); }
 
 private:
-    struct K40Record {
-        std::uint32_t writeChannel, readChannel, writeLength, readLength;
-        unsigned char data[512];
-    };
-    struct K44Record {
-        std::int32_t* status;
-        std::uint32_t channelIndex, reserved;
-        const unsigned char* request;
-        std::uint64_t requestLength;
-        unsigned char* reply;
-        std::uint64_t* replyLength;
-        std::uint8_t command;
-    };
-
     bool isK40_;
     std::vector<unsigned char> payload_;
     std::int32_t status_ = 0;

@@ -13,30 +13,15 @@
 #include <cstdio>
 #include <cstring>
 
+#include "transfer_records.h"
+
 namespace {
 
-constexpr unsigned long kK40Request = 0xC2108100;
-constexpr unsigned long kK44Request = 0x8400;
 constexpr int kDeviceCount = 16;
 
 constexpr unsigned char kFirmwareStatus = 74;
 unsigned char firmwareStatus = 1;
 unsigned long exchanges = 0;
-
-// As the driver sees them.
-struct K40Record {
-    std::uint32_t writeChannel, readChannel, writeLength, readLength;
-    unsigned char data[512];
-};
-struct K44Record {
-    std::int32_t* status;
-    std::uint32_t channelIndex, reserved;
-    const unsigned char* request;
-    std::uint64_t requestLength;
-    unsigned char* reply;
-    std::uint64_t* replyLength;
-    std::uint8_t command;
-};
 
 template <class Function>
 Function* Next(const char* name) {
