@@ -16,6 +16,7 @@
 
 #include "children.h"
 #include "kbase_shared_implementation.h"
+#include "kbase_shared_serial_impl.h"
 #include "outside_view.h"
 #include "own_world.h"
 #include "sharedimp.h"
@@ -348,6 +349,33 @@ TEST_F(ArenaTest, StrangersSegmentStaysAsItIs) {
         ASSERT_EQ(FindOurSegment(), segment) << "removed";
         EXPECT_EQ(FirstDifference(SegmentView(segment).Bytes(0, content.size()), content), "");
         shmctl(segment, IPC_RMID, nullptr);
+    }
+}
+
+TEST_F(ArenaTest, ObjectThatIsTooSmallOrReachesBeyondTheSegmentIsNone) {
+    struct Case {
+        const char* what;
+        std::size_t unit;
+        unsigned units;
+        bool attached;
+    };
+    const Case cases[] = {
+        {"whole, at the end", 475, 34, true},
+        {"one unit too few", 470, 33, false},
+        {"one unit, the last one", 508, 1, false},
+    };
+    using Handle = Shared<K40BUFFER[kDeviceCount]>;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        ByteString content = FreshSegment("Arena", "Locks");
+        PutBlock(content, 0, "Theirs", 1, static_cast<unsigned>(c.unit));
+        PutBlock(content, c.unit, "Buffers", 1, c.units);
+        const std::size_t behind = c.unit + c.units;
+        if (behind < 509) PutBlock(content, behind, "", 0, static_cast<unsigned>(509 - behind));
+        MakeSegment(content);
+        const Handle handle(arena, "Buffers", 4);
+        EXPECT_EQ(handle.object != nullptr, c.attached);
+        EXPECT_EQ(handle.mutex != nullptr, c.attached);
     }
 }
 

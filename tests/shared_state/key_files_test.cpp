@@ -53,6 +53,7 @@ protected:
     }
 
     static bool MayBecomeAnotherUser() {
+        if (geteuid() != 0) return false;
         Child child([] { return setresuid(kOtherUser, kOtherUser, kOtherUser) == 0 ? 0 : 1; });
         return child.Wait() == 0;
     }

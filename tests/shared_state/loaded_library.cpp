@@ -37,11 +37,6 @@ void LoadedLibrary::Unload() {
     library = nullptr;
 }
 
-void LoadedLibrary::KeepLoaded() {
-    Find<void(void*)>(library, "D1Ev")(&board);
-    library = nullptr;
-}
-
 template <class... Arguments>
 int LoadedLibrary::Call(const char* name, Arguments... arguments) {
     return Find<int(void*, Arguments...)>(library, name)(&board, arguments...);
@@ -123,5 +118,7 @@ extern "C" const char* __asan_default_options() {
 #if defined(__SANITIZE_THREAD__)
 // The children have no threads left that are worth a second's wait.
 extern "C" const char* __tsan_default_options();
-extern "C" const char* __tsan_default_options() { return "atexit_sleep_ms=0"; }
+extern "C" const char* __tsan_default_options() {
+    return "atexit_sleep_ms=0";
+}
 #endif

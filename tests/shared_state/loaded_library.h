@@ -18,8 +18,6 @@ public:
     /** Closes the board and unloads the library, unless Unload has done so. */
     ~LoadedLibrary();
     void Unload();
-    /** Destroys the board only: the library stays until the process ends. */
-    void KeepLoaded();
 
     int InitPort(int deviceNo);
     int SetOutputBit(unsigned output, unsigned value);

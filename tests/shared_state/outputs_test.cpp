@@ -3,7 +3,7 @@
  * @brief Driving outputs: payloads, order of checks, and the shared copies of both patterns.
  */
 #include <gtest/gtest.h>
-#include <sys/shm.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -279,7 +279,7 @@ struct Arrivals {
 
     DriverAnswer Note(const Exchange& exchange) {
         if (together.fetch_add(1) != 0) ++overlaps;
-        sched_yield();  // time for somebody who did not wait for the lock
+        usleep(10);  // time for somebody who did not wait for the lock
         const int place = count.fetch_add(1);
         if (place < kRoom)
             std::copy(exchange.payload.begin(), exchange.payload.end(), payloads[place].begin());

@@ -95,7 +95,3 @@ void EnterBeforeEverything() {
 const char* NoOwnWorld() {
     return refusal[0] != '\0' ? refusal : nullptr;
 }
-
-bool EnterAnotherWorld() {
-    return unshare(CLONE_NEWIPC | CLONE_NEWNS) == 0 && ReplaceTmp();
-}

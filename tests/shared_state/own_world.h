@@ -13,7 +13,4 @@
 /** Null, or why the kernel refused; tests that touch shared state must not run then. */
 const char* NoOwnWorld();
 
-/** Leaves all IPC objects and files in /tmp behind, and is alone again; false when refused. */
-bool EnterAnotherWorld();
-
 #endif  // OWN_WORLD_H

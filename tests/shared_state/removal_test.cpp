@@ -6,6 +6,7 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -66,7 +67,8 @@ TEST_F(RemovalTest, UsersOfARemovedSetMeetOnOneNewSet) {
             // set when it is removed may meet who holds the same lock of the new one.
             std::thread other([&] {
                 K40EEPROM part = UsualEeprom();
-                while (!state->finish) failures += library.ConfigureEEPROM(&part) != 1;
+                while (!state->finish)
+                    failures += library.ConfigureEEPROM(&part) != 1;
             });
             int ownFailures = 0;
             while (!state->finish) {
@@ -100,6 +102,35 @@ TEST_F(RemovalTest, UsersOfARemovedSetMeetOnOneNewSet) {
     state->barrier.Arrive(kUsers + 1);
     for (Child& child : children)
         EXPECT_EQ(child.Wait(), 0);
+}
+
+/** Removes the set as soon as the process has taken its first lock. */
+void RemoveSetOnce(const char* name, long result) {
+    static bool removed = false;
+    if (removed || std::strcmp(name, "semop") != 0 || result != 0) return;
+    removed = true;
+    syscall(SYS_semctl, FindSet(), 0, IPC_RMID, 0);
+}
+
+TEST_F(RemovalTest, BothLocksOfAnOperationAreHeldOnTheSameSet) {
+    Child child([] {
+        AddAcceptingBoard();
+        LoadedLibrary library;
+        if (library.InitPort(0) != 1) return 1;
+        const int old = FindSet();
+        std::vector<int> atExchange;
+        InProcessDriver::Instance().AnswerWith([&](const Exchange&) -> DriverAnswer {
+            atExchange = SemaphoreValues(FindSet());
+            return {};
+        });
+        system_calls::Watch(RemoveSetOnce);
+        EXPECT_EQ(library.SetOutputBit(0, 1), 1);
+        EXPECT_NE(FindSet(), old);
+        EXPECT_EQ(atExchange, std::vector<int>({1, 1, 0, 0, 1, 1, 1, 1, 1, 1, 1}));
+        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1));
+        return HasFailure() ? 2 : 0;
+    });
+    EXPECT_EQ(child.Wait(), 0);
 }
 
 TEST_F(RemovalTest, UserThatNeverNoticesLeavesTheNewSetAlone) {
