@@ -115,12 +115,14 @@ Board::Board(BoardOptions boardOptions)
       identity(boardOptions.serialNumber),
       clock(boardOptions.time),
       random(boardOptions.random),
-      options(std::move(boardOptions)) {
+      options(std::move(boardOptions)),
+      advancedTo(options.time()) {
     inputs.SetIdentity(options.identity);
     PowerUp();
 }
 
 Answer Board::Handle(std::uint8_t command, std::uint32_t channel, Payload payload) {
+    Advance();
     const Command* known = Find(options.model, command, channel);
     if (known == nullptr) {
         return Refuse(IsKnownOnAnyChannel(options.model, command) ? status::kWrongChannel
@@ -132,7 +134,31 @@ Answer Board::Handle(std::uint8_t command, std::uint32_t channel, Payload payloa
     return known->handler(*this, payload);
 }
 
+void Board::Advance() {
+    const Moment now = options.time();
+    while (advancedTo < now && !IsIdle()) {
+        advancedTo += kTick;
+        Tick();
+    }
+    advancedTo = now;
+}
+
+bool Board::IsIdle() const {
+    return pulses.IsIdle();
+}
+
+void Board::Tick() {
+    pulses.Tick(inputs);
+}
+
+void Board::PowerDown() {
+    Advance();
+    powered = false;
+}
+
 void Board::PowerUp() {
+    Advance();
+    powered = true;
     memory.PowerUp(options.firmwareRunning);
     inputs.PowerUp();
     outputs.PowerUp();

@@ -10,6 +10,7 @@
 #include "board_inputs.h"
 #include "board_memory.h"
 #include "board_outputs.h"
+#include "board_pulses.h"
 #include "board_random.h"
 #include "board_spi.h"
 #include "board_time.h"
@@ -34,9 +35,15 @@ class Board {
 public:
     explicit Board(BoardOptions options);
 
-    /// What the board's side of the bus does with one command; channel counts from 1.
+    /// What the board's side of the bus does with one command, now; channel counts from 1.
     Answer Handle(std::uint8_t command, std::uint32_t channel, Payload payload);
 
+    /// Lets happen what happens by itself up to now. To be called before the board is looked at or
+    /// the cabinet acts on it.
+    void Advance();
+
+    /// Unplugged: nothing moves on the board any more, only in the cabinet.
+    void PowerDown();
     /// Unplugged and plugged in again: the program and all settings are gone, what Contents holds
     /// and whatever the cabinet holds on the inputs are not.
     void PowerUp();
@@ -58,8 +65,16 @@ public:
     BoardRandom random;
     BoardSpi spi;
 
+    // What the cabinet does by itself.
+    BoardPulses pulses;
+
 private:
+    bool IsIdle() const;
+    void Tick();
+
     BoardOptions options;
+    Moment advancedTo;
+    bool powered = true;
 };
 
 }  // namespace simulator

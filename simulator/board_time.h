@@ -9,6 +9,9 @@ namespace simulator {
 
 using Moment = std::chrono::sys_time<std::chrono::milliseconds>;
 
+/// The step in which a board lives: what happens by itself happens on whole milliseconds.
+constexpr std::chrono::milliseconds kTick{1};
+
 /// Never goes back: a front end takes the time of day once and then adds what a steady clock says.
 using TimeSource = std::function<Moment()>;
 

@@ -42,6 +42,7 @@ std::string PerformOnBoard(WordList words, DriverStandIn& driver) {
     if (device == access.devices.end()) {
         throw Refusal("there is no board " + std::to_string(number));
     }
+    device->second.board.Advance();
     return word.perform({driver, device->second}, words);
 }
 

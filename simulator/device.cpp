@@ -48,6 +48,11 @@ Outcome Device::Perform(std::uint8_t command, std::uint32_t channel, Payload pay
     return outcome;
 }
 
+void Device::Unplug() {
+    board.PowerDown();
+    plugged = false;
+}
+
 void Device::Plug() {
     if (plugged) return;
     board.PowerUp();

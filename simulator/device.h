@@ -52,7 +52,7 @@ public:
 
     Outcome Exchange(std::uint8_t command, std::uint32_t channel, Payload payload);
 
-    void Unplug() { plugged = false; }
+    void Unplug();
     void Plug();
     bool IsPlugged() const { return plugged; }
     /// Counts the times that the board was plugged in: descriptors from before stay dead.

@@ -34,7 +34,19 @@ Json NumbersWhere(unsigned count, IsOn isOn) {
     return numbers;
 }
 
-Json InputsOf(const BoardInputs& inputs) {
+// By number, only those that have any.
+template <class CountOf>
+Json CountsBy(unsigned numbers, CountOf countOf) {
+    Json counts = Json::object();
+    for (unsigned number = 0; number < numbers; ++number) {
+        if (const unsigned count = countOf(number); count > 0) {
+            counts[std::to_string(number)] = count;
+        }
+    }
+    return counts;
+}
+
+Json InputsOf(const BoardInputs& inputs, const BoardPulses& pulses) {
     return {
         {"on", NumbersWhere(kInputCount, [&](unsigned n) { return inputs.Level(n); })},
         {"image", Hex(inputs.Image())},
@@ -43,6 +55,7 @@ Json InputsOf(const BoardInputs& inputs) {
         {"multiplexing", inputs.IsMultiplexing()},
         {"multiplexedOn", NumbersWhere(kMultiplexedInputCount,
                                        [&](unsigned n) { return inputs.MultiplexedLevel(n); })},
+        {"pulsesToCome", CountsBy(kInputCount, [&](unsigned n) { return pulses.Pending(n); })},
     };
 }
 
@@ -53,17 +66,6 @@ std::string PatternHex(const OutputPattern& pattern) {
         if (pattern[n]) bytes[n / 8] |= static_cast<std::uint8_t>(1u << n % 8);
     }
     return Hex(bytes);
-}
-
-// Only the outputs that have been pulsed.
-Json PulsesOf(const BoardOutputs& outputs, unsigned (BoardOutputs::*count)(unsigned) const) {
-    Json pulses = Json::object();
-    for (unsigned n = 0; n < kPulsedOutputCount; ++n) {
-        if (const unsigned pulsed = (outputs.*count)(n); pulsed > 0) {
-            pulses[std::to_string(n)] = pulsed;
-        }
-    }
-    return pulses;
 }
 
 Json OutputsOf(const BoardOutputs& outputs) {
@@ -78,8 +80,9 @@ Json OutputsOf(const BoardOutputs& outputs) {
         {"brightness", outputs.Brightness()},
         {"onPeriodPattern", PatternHex(outputs.OnPeriod())},
         {"offPeriodPattern", PatternHex(outputs.OffPeriod())},
-        {"onPulses", PulsesOf(outputs, &BoardOutputs::OnPulses)},
-        {"offPulses", PulsesOf(outputs, &BoardOutputs::OffPulses)},
+        {"onPulses", CountsBy(kPulsedOutputCount, [&](unsigned n) { return outputs.OnPulses(n); })},
+        {"offPulses",
+         CountsBy(kPulsedOutputCount, [&](unsigned n) { return outputs.OffPulses(n); })},
     };
 }
 
@@ -153,7 +156,7 @@ std::string StateAsJson(const Device& device) {
         {"plugged", device.IsPlugged()},
         {"firmwareRunning", board.memory.IsProgramRunning()},
         {"exchangesToSpoil", device.ExchangesToSpoil()},
-        {"inputs", InputsOf(board.inputs)},
+        {"inputs", InputsOf(board.inputs, board.pulses)},
         {"outputs", OutputsOf(board.outputs)},
         {"eeprom", EepromOf(board.eeprom)},
         {"clock", ClockOf(board.clock)},

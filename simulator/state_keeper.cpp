@@ -71,7 +71,9 @@ void StateKeeper::Save(int number) try {
 // One board at a time: exchanges wait only for the copying of one.
 BoardContents StateKeeper::ContentsOf(int number) {
     const auto access = driver.Devices();
-    return access.devices.at(number).board.Contents();
+    Board& board = access.devices.at(number).board;
+    board.Advance();
+    return board.Contents();
 }
 
 }  // namespace simulator

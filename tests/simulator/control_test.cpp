@@ -46,6 +46,9 @@ TEST(ControlTest, WordsThatCannotBeCarriedOutAreRefused) {
         {"0 input 5 high", 2, "the level of input must be on or off, not 'high'"},
         {"0 input 5 on 6", 2, "the level of input is missing"},
         {"0 identity 8", 2, "from 0 to 7"},
+        {"0 coin 33 1", 2, "the input must be a number from 0 to 32"},
+        {"0 coin 3 1001", 2, "the number of coins must be a number from 1 to 1000"},
+        {"0 coin 3 5 101", 2, "the number of coins a second must be a number from 1 to 100"},
         {"0 multiplexed 96 on", 2, "from 0 to 95"},
         {"0 unplug now", 2, "nothing may follow before 'now'"},
         {"0 fail 0 ioctl", 2, "the number of exchanges must be a number from 1 to 1000000"},
@@ -185,7 +188,7 @@ TEST(ControlTest, ShowPrintsTheStateAsJson) {
                         R"("firmwareRunning":true,"exchangesToSpoil":3,"inputs":{"on":[0,24],)"
                         R"("image":"0100000100","rawImage":"0300000100",)"
                         R"("unreportedChanges":"0100000000","multiplexing":false,)"
-                        R"("multiplexedOn":[7]},)",
+                        R"("multiplexedOn":[7],"pulsesToCome":{}},)",
                         ""}));
 }
 
