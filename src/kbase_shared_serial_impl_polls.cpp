@@ -52,15 +52,13 @@ bool IsPollConfig(const Config& config) {
            config.Mode <= kHighestMode;
 }
 
-/** The time in units; a longer one than can be sent is cut in the caller's record too. */
-unsigned char TimeUnits(int& timeMs) {
-    if (timeMs <= kLongestTimeMs) return static_cast<unsigned char>(timeMs / kTimeUnitMs);
-    timeMs = kLongestTimeMs;
-    return kLongestTimeUnits;
+unsigned char TimeUnits(int timeMs) {
+    return timeMs > kLongestTimeMs ? kLongestTimeUnits
+                                   : static_cast<unsigned char>(timeMs / kTimeUnitMs);
 }
 
 template <class Config>
-Payload& AppendPoll(Payload& payload, Config& config) {
+Payload& AppendPoll(Payload& payload, const Config& config) {
     const Framing framing = FramingOf(config);
     const unsigned length1 = MessageLength(framing, config.Message1);
     const unsigned length2 = MessageLength(framing, config.Message2);
@@ -77,10 +75,13 @@ template <class Config>
 int KBaseImplementation::ConfigurePoll(_usbSerialPort port, Config* config) {
     if (config == nullptr) return Fail(USB_ERR_NULL_POINTER);
     if (!CheckPort(port)) return 0;
-    if (!IsPollConfig(*config)) return Fail(USB_ERR_OUT_OF_RANGE);
+    // The record is read once: what is checked is what is sent.
+    const Config checked = *config;
+    if (!IsPollConfig(checked)) return Fail(USB_ERR_OUT_OF_RANGE);
 
+    if (checked.TimeMs > kLongestTimeMs) config->TimeMs = kLongestTimeMs;
     Payload payload;
-    return ExchangeWithPort(port, serial_commands::kConfigurePoll, AppendPoll(payload, *config));
+    return ExchangeWithPort(port, serial_commands::kConfigurePoll, AppendPoll(payload, checked));
 }
 
 int KBaseImplementation::ConfigureCCTalkPort(_usbSerialPort port, CCTalkConfig* config) {
