@@ -4,8 +4,8 @@
  *
  * A board has one entry in "K40BUFFERS", for both ports and all processes, which holds the bytes
  * of the last fetch until they are handed out. Other programs can write there: indices that make
- * no sense count as an empty entry. While an entry is filled it counts as empty, so that a process
- * that is killed then leaves no bytes that never came.
+ * no sense count as an empty entry. Only an empty entry is filled, and its indices change last, so
+ * that a process that is killed in between leaves no bytes that never came.
  */
 #include <algorithm>
 #include <atomic>
@@ -28,16 +28,15 @@ public:
         const std::uint32_t both = Indices().load();
         count_ = both & 0xFFFFU;
         readIndex_ = both >> 16U;
-        if (count_ > sizeof entry_.bytes || readIndex_ > count_) count_ = readIndex_ = 0;
+        if (count_ > sizeof entry_.bytes || readIndex_ > count_) Store(0, 0);
     }
 
     [[nodiscard]] bool Empty() const { return readIndex_ == count_; }
     [[nodiscard]] unsigned Count() const { return count_; }
 
-    void Clear() { Store(0, 0); }
     /** The claimed length counts modulo 256, whatever is there to copy. */
     void Fill(const unsigned char (&bytes)[256], unsigned long claimed) {
-        std::memcpy(entry_.bytes, bytes, sizeof entry_.bytes);
+        std::memcpy(entry_.bytes, bytes, std::min<unsigned long>(claimed, sizeof bytes));
         Store(static_cast<unsigned>(claimed % 256), 0);
     }
     /**
@@ -75,7 +74,6 @@ int KBaseImplementation::FetchTimestamped(_usbSerialPort port, K40BUFFER& entry)
     TimestampedBytes bytes(entry);
     if (!bytes.Empty()) return 1;
 
-    bytes.Clear();
     unsigned char fetched[256] = {};
     unsigned long claimed = 0;
     if (!PerformUSBIO(serial_commands::kReceiveTimestamped, ChannelOf(port), nullptr, 0, fetched,
