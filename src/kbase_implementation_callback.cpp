@@ -88,6 +88,8 @@ int KBaseImplementation::ConfigureChangedInputsCallback(usbInput* mask, usbInput
 }
 
 int KBaseImplementation::StartCallbackThread() {
+    const int runBefore = callbackThreadRun;
+    const int stoppedBefore = callbackThreadStopped;
     // Before the thread exists, so that it cannot undo a stop that comes at once.
     callbackThreadRun = 1;
     callbackThreadStopped = 0;
@@ -95,8 +97,8 @@ int KBaseImplementation::StartCallbackThread() {
     callbackThread = StartDetached(InputsCallbackThread, this);
     if (callbackThread != 0) return 1;
 
-    callbackThreadRun = 0;
-    callbackThreadStopped = 1;
+    callbackThreadRun = runBefore;
+    callbackThreadStopped = stoppedBefore;
     return Fail(USB_ERR_THREAD_START);
 }
 
