@@ -24,20 +24,21 @@ constexpr int kMostThreadEndLooks = 10000;  // a second
 constexpr char kThreadName[] = "marvane-inputs";
 static_assert(sizeof kThreadName <= 16, "the kernel keeps 15 characters");
 
+// Those that tell of a fault in a thread: they must reach the application's crash handler.
+constexpr int kFaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
+
 /**
- * While it lives, the thread blocks just the signals that a new thread shall not take: all but
- * those that tell of a fault in it, which must reach the application's crash handler, even if the
- * caller itself blocks them.
+ * While it lives, the thread blocks all other signals. It goes on to block whatever it blocked
+ * before, faults included: one that waits for it must not come now.
  */
 class SignalsBlocked {
 public:
     SignalsBlocked() {
         sigset_t blocked;
         sigfillset(&blocked);
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP}) {
+        for (const int fault : kFaultSignals)
             sigdelset(&blocked, fault);
-        }
-        pthread_sigmask(SIG_SETMASK, &blocked, &before_);
+        pthread_sigmask(SIG_BLOCK, &blocked, &before_);
     }
     SignalsBlocked(const SignalsBlocked&) = delete;
     SignalsBlocked& operator=(const SignalsBlocked&) = delete;
@@ -46,6 +47,14 @@ public:
 private:
     sigset_t before_;
 };
+
+void UnblockFaults() {
+    sigset_t faults;
+    sigemptyset(&faults);
+    for (const int fault : kFaultSignals)
+        sigaddset(&faults, fault);
+    pthread_sigmask(SIG_UNBLOCK, &faults, nullptr);
+}
 
 /** Starts a thread that nobody joins; yields its handle, or 0. */
 pthread_t StartDetached(void* (*run)(void*), void* argument) {
@@ -118,6 +127,7 @@ void KBaseImplementation::StopCallbackThread() {
 
 void* KBaseImplementation::InputsCallbackThread(void* impl) noexcept {
     auto* board = static_cast<KBaseImplementation*>(impl);
+    UnblockFaults();  // whatever the caller of the start blocks
     pthread_setname_np(pthread_self(), kThreadName);
     board->callbackThreadId = gettid();
     board->changedInputs = {};

@@ -311,7 +311,12 @@ TEST_F(CallbackTest, TheThreadTakesFaultSignalsOnlyAndTheCallerKeepsItsOwn) {
         sigset_t before;
         sigset_t after;
         pthread_sigmask(SIG_SETMASK, &ofCaller, &before);
+        const bool blocksFaults = sigismember(&ofCaller, SIGTRAP) == 1;
+        if (blocksFaults) raise(SIGTRAP);  // ends the program unless it stays blocked
         const int started = Start(LookAround);
+        if (blocksFaults) {
+            EXPECT_EQ(sigwaitinfo(&ofCaller, nullptr), SIGTRAP);
+        }
         pthread_sigmask(SIG_SETMASK, &before, &after);
         ASSERT_EQ(started, 1);
         ASSERT_TRUE(Wait([] { return lookedAround.load(); }));
