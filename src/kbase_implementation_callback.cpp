@@ -114,13 +114,15 @@ int KBaseImplementation::StartCallbackThread() {
 void KBaseImplementation::StopCallbackThread() {
     // In a forked child the thread never was.
     if (callbackThreadForks != LinuxMutex::Forks()) return;
+    const bool endedBefore = callbackThreadStopped != 0;
     callbackThreadRun = 0;
     while (callbackThreadStopped == 0)
         usleep(kStopPollUs);
-    // The thread still has to leave the library, which may be unloaded next. Not without limit: of
-    // a thread that ended long ago another may have the number by now.
-    for (int looks = 0; looks < kMostThreadEndLooks; ++looks) {
-        if (tgkill(getpid(), callbackThreadId, 0) != 0) return;
+    // The thread still has to leave the library, which may be unloaded next, however long it gets
+    // no processor. Of one that ended long ago another thread may have the number by now.
+    int looks = 0;
+    while (tgkill(getpid(), callbackThreadId, 0) == 0) {
+        if (endedBefore && ++looks > kMostThreadEndLooks) return;
         usleep(kThreadEndPollUs);
     }
 }

@@ -208,10 +208,11 @@ TEST_F(CallbackTest, AStopRightAfterTheStartIsNotLost) {
 }
 
 TEST_F(CallbackTest, AStopWaitsUntilTheThreadIsGone) {
+    HurrySleeps();
     for (const bool closing : {false, true}) {
         Open(Model::kK44);
         ChangeNothing();
-        calls.endDelayMs = 100;  // what a thread still has to do after the library's last step
+        calls.endDelayMs = 1500;  // what a thread still has to do after the library's last step
         ASSERT_EQ(Start(First), 1);
         closing ? board.close() : Stop();
         EXPECT_EQ(calls.begun, calls.ended);
