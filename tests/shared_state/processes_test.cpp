@@ -2,6 +2,8 @@
  * @file processes_test.cpp
  * @brief Processes that load and unload the library in any order: what is there meanwhile, and
  * that nothing is left.
+ *
+ * The environment sets MARVANE_EXITS, of processes that end under a running callback (80).
  */
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -18,6 +20,7 @@
 #include <vector>
 
 #include "children.h"
+#include "from_environment.h"
 #include "loaded_library.h"
 #include "outside_view.h"
 
@@ -210,9 +213,10 @@ TEST_F(ProcessesTest, VisitsWithoutPauseLeaveNothing) {
 }
 
 /** Runs `linked_process`, which has the library from its start to its end. */
-Child RunLinked(const char* what) {
-    return Child([what] {
-        execl(MARVANE_LINKED_PROCESS, MARVANE_LINKED_PROCESS, what, nullptr);
+Child RunLinked(const char* what, const char* end, unsigned times = 0) {
+    return Child([=] {
+        execl(MARVANE_LINKED_PROCESS, MARVANE_LINKED_PROCESS, what, end,
+              std::to_string(times).c_str(), nullptr);
         return 126;
     });
 }
@@ -221,13 +225,31 @@ TEST_F(ProcessesTest, LinkedProgramsJoinAndLeaveByThemselves) {
     for (int round = 0; round < 10; ++round) {
         std::vector<Child> children;
         for (int number = 0; number < 4; ++number)
-            children.push_back(RunLinked("switch"));
+            children.push_back(RunLinked("switch", "return"));
         for (Child& child : children)
             EXPECT_EQ(child.Wait(), 0);
         EXPECT_EQ(FindSet(), -1);
         EXPECT_EQ(FindSegment(), -1);
     }
-    EXPECT_EQ(RunLinked("exit inside").Wait(), 0);
+    EXPECT_EQ(RunLinked("switch", "exit").Wait(), 0);
+}
+
+TEST_F(ProcessesTest, EndsWhileACallbackSetsOutputsLeaveNothing) {
+    constexpr unsigned kBatch = 20;  // while another user waits, whose patience ends
+    const unsigned processes = FromEnvironment("MARVANE_EXITS", 80);
+    for (unsigned begun = 0; begun < processes; begun += kBatch) {
+        const bool alone = begun / kBatch % 2 == 0;
+        Users others;
+        if (!alone) others.Add();
+        for (unsigned number = 0; number < kBatch; ++number) {
+            const char* what = number % 4 < 2 ? "callbacks" : "callbacks to the end";
+            const char* end = number % 2 == 0 ? "return" : "exit";
+            ASSERT_EQ(RunLinked(what, end, number).Wait(), 0) << what << ", " << end;
+            ASSERT_EQ(SemaphoreValues(FindSet()), alone ? std::vector<int>() : Semaphores(1));
+            ASSERT_EQ(FindSegment() == -1, alone);
+        }
+        if (!alone) others.LetNextGo();
+    }
 }
 
 TEST_F(ProcessesTest, ProcessWithoutStandardDescriptorsIsServed) {

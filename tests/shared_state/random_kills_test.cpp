@@ -14,12 +14,12 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <random>
 
 #include "children.h"
+#include "from_environment.h"
 #include "loaded_library.h"
 #include "outside_view.h"
 
@@ -152,11 +152,6 @@ private:
 
 class RandomKillsTest : public SharedStateTest {
 protected:
-    static unsigned FromEnvironment(const char* name, unsigned otherwise) {
-        const char* text = std::getenv(name);
-        return text == nullptr ? otherwise : static_cast<unsigned>(std::strtoul(text, nullptr, 0));
-    }
-
     /** Runs all owners for a moment and kills most of them. */
     void PlayRound() {
         game->finish = false;
