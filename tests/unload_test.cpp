@@ -1,6 +1,8 @@
 /**
  * @file unload_test.cpp
  * @brief The library as it ships: what it exports, what it calls, and that it can be unloaded.
+ *
+ * The environment sets MARVANE_UNLOADS, of cycles with a callback (1000).
  */
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -8,7 +10,9 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <regex>
 #include <set>
@@ -16,7 +20,10 @@
 #include <string>
 #include <thread>
 
+#include "from_environment.h"
 #include "in_process_driver.h"
+#include "shared_entries.h"
+#include "thread_calls.h"
 
 namespace {
 
@@ -92,6 +99,9 @@ public:
     int GetInputs(unsigned char* inputs) {
         return Call<int>("_ZN10MarvaneUSB9GetInputsEPh", inputs);
     }
+    int SetOutputBit(unsigned output, unsigned value) {
+        return Call<int>("_ZN10MarvaneUSB12SetOutputBitE15_usbOutputBitIdj", output, value);
+    }
     int ConfigureCallback(void* mask, void* selection, void (*callback)(void*, void*)) {
         return Call<int>("_ZN10MarvaneUSB30ConfigureChangedInputsCallbackEP8usbInputS1_PFvS1_S1_E",
                          mask, selection, callback);
@@ -137,27 +147,45 @@ TEST_F(Unloading, LeavesNothingInMemory) {
     }
 }
 
-std::atomic<int> callbacks = 0;
+std::ptrdiff_t OpenFiles() {
+    const std::filesystem::directory_iterator files("/proc/self/fd");
+    return std::distance(begin(files), end(files));
+}
+
+LoadedLibrary* libraryInCallback;
+std::atomic<unsigned> callbacks = 0;
+
+void SetLamp(void*, void*) {
+    libraryInCallback->SetOutputBit(3, ++callbacks % 2);
+}
 
 TEST_F(Unloading, MayFollowAtOnceWhenTheInputsThreadIsStopped) {
+    ThreadCalls::Instance().sleepDivisor = 100;
     driver.AnswerWith([](const Exchange&) { return DriverAnswer{.reply = Bytes(5, 0xFF)}; });
-    for (int round = 0; round < 300; ++round) {
+    std::ptrdiff_t files = 0;
+    const unsigned rounds = FromEnvironment("MARVANE_UNLOADS", 1000);
+    for (unsigned round = 0; round < rounds; ++round) {
         {
             LoadedLibrary library;
+            libraryInCallback = &library;
             library.InitPort(0);
             Bytes everything(5, 0xFF);
-            const int before = callbacks;
-            ASSERT_EQ(library.ConfigureCallback(
-                          everything.data(), everything.data(), +[](void*, void*) { ++callbacks; }),
-                      1);
+            const unsigned before = callbacks;
+            ASSERT_EQ(library.ConfigureCallback(everything.data(), everything.data(), SetLamp), 1);
             while (callbacks == before)
                 std::this_thread::yield();
             // Stopped by the application, or by the object's end.
             if (round % 2 == 0) {
                 ASSERT_EQ(library.ConfigureCallback(nullptr, nullptr, nullptr), 1);
+                for (int lock = 1; lock <= 5; ++lock)
+                    ASSERT_EQ(SharedSemaphore(lock), 1) << "lock " << lock << " is held";
             }
         }
         ASSERT_FALSE(IsMapped()) << "round " << round;
+        ASSERT_EQ(SharedSemaphore(0), -1) << "the set is left";
+        ASSERT_EQ(shmget(ftok("/tmp/K40SharedMemory", 1), 0, 0), -1) << "the segment is left";
+        if (round == 0) files = OpenFiles();  // the driver keeps a file for the node
+        ASSERT_EQ(OpenFiles(), files);
         driver.ForgetSent();
     }
 }
