@@ -3,7 +3,8 @@
 if(MARVANE_SANITIZE)
     # In instrumented code GCC takes parts of the standard library for uninitialised.
     add_compile_options(-fsanitize=${MARVANE_SANITIZE} -fno-omit-frame-pointer
-                        -fno-sanitize-recover=all -Wno-maybe-uninitialized)
+                        -fno-sanitize-recover=all
+                        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     add_link_options(-fsanitize=${MARVANE_SANITIZE})
 endif()
 

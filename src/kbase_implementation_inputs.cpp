@@ -52,7 +52,7 @@ int KBaseImplementation::InputMultiplexing(usbInputMultiplexing mode) {
     if (mode != USB_INPUT_MULTIPLEXING_OFF && mode != USB_INPUT_MULTIPLEXING_ON) {
         return Fail(USB_ERR_OUT_OF_RANGE);
     }
-    return Exchange(commands::kSetMultiplexing, Payload().Byte(mode));
+    return Exchange(commands::kSetMultiplexing, Payload().Byte(static_cast<unsigned>(mode)));
 }
 
 int KBaseImplementation::GetMultiplexedInputs(usbMultiplexedInput* inputs) {
