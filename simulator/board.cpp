@@ -9,10 +9,28 @@ namespace {
 
 using Handler = Answer (*)(Board&, Payload);
 
-// Calls a family's function on the board's member for that family.
-template <auto family, auto function>
+// Calls a family's function on the board's member for that family, and hands it the members that
+// it needs beside.
+template <auto family, auto function, auto... others>
 Answer Call(Board& board, Payload payload) {
-    return ((board.*family).*function)(payload);
+    return ((board.*family).*function)(payload, board.*others...);
+}
+
+Answer BeginRelease(Board& board, Payload payload) {
+    Answer answer = board.releases.Begin(payload, board.inputs, board.outputs);
+    if (answer.status != status::kAccepted) return answer;
+    board.pulsedInputs.GiveUpStatus(payload[0]);
+    board.hoppers.Begin(payload[0]);
+    return answer;
+}
+
+// Of what was begun last on the input, a release or a check.
+Answer ReportHopper(Board& board, Payload payload) {
+    const std::uint8_t input = payload[0];
+    if (input >= kInputCount) return Refuse(status::kOutOfRange);
+    const InputStatus status =
+        board.pulsedInputs.Status(input).value_or(board.releases.Status(input));
+    return {status::kAccepted, {status.begin(), status.end()}};
 }
 
 enum ModelSet : unsigned { kK40Only = 1, kK50Only = 4, kNotK40 = 2 | 4, kAllModels = 1 | 2 | 4 };
@@ -60,6 +78,17 @@ constexpr Command kCommands[] = {
     {kDigitalIo, 83, kAllModels, 5, 5,   Call<&Board::outputs, &BoardOutputs::SetOnPeriod>},
     {kDigitalIo, 84, kAllModels, 5, 5,   Call<&Board::outputs, &BoardOutputs::SetOffPeriod>},
     {kDigitalIo, 85, kAllModels, 1, 1,   Call<&Board::outputs, &BoardOutputs::SetBrightness>},
+
+    {kDigitalIo,107, kK40Only,   3, 3, Call<&Board::pulsedInputs, &BoardPulsedInputs::Configure, &Board::inputs>},
+    {kDigitalIo,107, kNotK40,    4, 4, Call<&Board::pulsedInputs, &BoardPulsedInputs::Configure, &Board::inputs>},
+    {kDigitalIo,108, kAllModels, 2, 2, Call<&Board::pulsedInputs, &BoardPulsedInputs::BeginOrEndCheck, &Board::inputs>},
+    {kDigitalIo,109, kAllModels, 1, 1, Call<&Board::pulsedInputs, &BoardPulsedInputs::ResetCounter>},
+    {kDigitalIo,110, kAllModels, 1, 1, Call<&Board::pulsedInputs, &BoardPulsedInputs::DecrementCounter>},
+    {kDigitalIo,111, kAllModels, 1, 1, Call<&Board::pulsedInputs, &BoardPulsedInputs::ReadCounter>},
+    {kDigitalIo,112, kK40Only,   7, 7, BeginRelease},
+    {kDigitalIo,112, kNotK40,    8, 8, BeginRelease},
+    {kDigitalIo,113, kAllModels, 1, 1, ReportHopper},
+    {kDigitalIo,124, kNotK40,    1, 1, Call<&Board::releases, &BoardReleases::Stop, &Board::outputs>},
 
     {kServices,   3, kAllModels, 5, 5,          Call<&Board::eeprom, &BoardEeprom::Configure>},
     {kServices,   4, kAllModels, 3, kAnyLength, Call<&Board::eeprom, &BoardEeprom::Write>},
@@ -144,20 +173,29 @@ void Board::Advance() {
 }
 
 bool Board::IsIdle() const {
-    return pulses.IsIdle();
+    if (!pulses.IsIdle()) return false;
+    return !powered || (pulsedInputs.IsIdle(inputs) && releases.IsIdle(inputs));
 }
 
+// The cabinet first: the board sees what has just happened there.
 void Board::Tick() {
+    hoppers.Tick(releases, pulses);
     pulses.Tick(inputs);
+    if (!powered) return;
+    pulsedInputs.Tick(inputs);
+    releases.Tick(inputs, outputs);
 }
 
 void Board::PowerDown() {
     Advance();
     powered = false;
+    outputs.PowerDown();
+    pulsedInputs.PowerDown();
+    releases.PowerDown();
 }
 
 void Board::PowerUp() {
-    Advance();
+    PowerDown();
     powered = true;
     memory.PowerUp(options.firmwareRunning);
     inputs.PowerUp();

@@ -6,10 +6,12 @@
 #include "board_clock.h"
 #include "board_contents.h"
 #include "board_eeprom.h"
+#include "board_hoppers.h"
 #include "board_identity.h"
 #include "board_inputs.h"
 #include "board_memory.h"
 #include "board_outputs.h"
+#include "board_pulsed_inputs.h"
 #include "board_pulses.h"
 #include "board_random.h"
 #include "board_spi.h"
@@ -59,6 +61,8 @@ public:
     BoardMemory memory;
     BoardInputs inputs;
     BoardOutputs outputs;
+    BoardPulsedInputs pulsedInputs;
+    BoardReleases releases;
     BoardEeprom eeprom;
     BoardIdentity identity;
     BoardClock clock;
@@ -67,6 +71,7 @@ public:
 
     // What the cabinet does by itself.
     BoardPulses pulses;
+    BoardHoppers hoppers;
 
 private:
     bool IsIdle() const;

@@ -27,6 +27,7 @@ constexpr std::int32_t kNoDownload = 105;        // download ended that was neve
 constexpr std::int32_t kNotConfigured = 106;     // what it takes for this was not set yet
 constexpr std::int32_t kNoAcknowledge = 107;     // the EEPROM part does not answer its address
 constexpr std::int32_t kSwitchedOff = 108;       // random numbers or SPI, not enabled
+constexpr std::int32_t kBusy = 109;              // a release under way has this input or output
 }  // namespace status
 
 struct Answer {

@@ -78,6 +78,7 @@ Answer BoardOutputs::ReportPulse(Payload) {
 
 Lamp BoardOutputs::LampOf(unsigned output) const {
     if (output >= kOutputCount) return Lamp::kOff;
+    if (driven[output]) return Lamp::kOn;
     if (IsPulsing(output)) return pulses[output].level ? Lamp::kOn : Lamp::kOff;
     if (onPeriod[output]) return offPeriod[output] ? Lamp::kOn : Lamp::kOnPeriod;
     return offPeriod[output] ? Lamp::kOffPeriod : Lamp::kOff;

@@ -5,6 +5,7 @@
 //   ("pulse off") whatever the patterns say; a new pulse of the same output takes its place, and
 //   the value 0 merely ends it.
 // - Only outputs 0 to 31 can be pulsed.
+// - An output that the board drives itself, for a hopper, is on whatever patterns and pulses say.
 // - The pulse result is about the pulse that was asked for last: how it stands (PulseState), its
 //   output, and the units that are left of it.
 // - At power-up all outputs are off and the brightness is full.
@@ -45,9 +46,13 @@ public:
     Answer PulseOff(Payload payload);
     Answer ReportPulse(Payload payload);
 
-    /// What one sees of an output now, a pulse included; kOff for numbers beyond the last.
+    /// What one sees of an output now, pulses and driving included; kOff for numbers beyond the
+    /// last.
     Lamp LampOf(unsigned output) const;
     bool IsPulsing(unsigned output) const;
+    /// By the board itself. Output 0 to 37.
+    bool IsDriven(unsigned output) const { return driven[output]; }
+    void Drive(unsigned output, bool on) { driven[output] = on; }
     /// Pulses of an output since power-up, those of value 0 included; 0 beyond the last.
     unsigned OnPulses(unsigned output) const;
     unsigned OffPulses(unsigned output) const;
@@ -55,6 +60,7 @@ public:
     const OutputPattern& OffPeriod() const { return offPeriod; }
     std::uint8_t Brightness() const { return brightness; }
 
+    void PowerDown() { driven.reset(); }
     void PowerUp();
 
 private:
@@ -67,6 +73,7 @@ private:
 
     TimeSource time;
     OutputPattern onPeriod, offPeriod;
+    OutputPattern driven;
     std::uint8_t brightness = kFullBrightness;
     std::array<Pulse, kPulsedOutputCount> pulses{};
     std::optional<std::uint8_t> lastPulsed;

@@ -1,4 +1,4 @@
-// Numbers that travel with their lowest byte first.
+// Numbers that travel with their lowest or their highest byte first.
 #ifndef MARVANE_SIMULATOR_BYTE_ORDER_H
 #define MARVANE_SIMULATOR_BYTE_ORDER_H
 
@@ -11,6 +11,14 @@ constexpr std::uint32_t LowFirst(Payload bytes) {
     std::uint32_t value = 0;
     for (std::size_t i = 0; i < bytes.size(); ++i)
         value |= std::uint32_t{bytes[i]} << (8 * i);
+    return value;
+}
+
+/// Of at most four bytes.
+constexpr std::uint32_t HighFirst(Payload bytes) {
+    std::uint32_t value = 0;
+    for (const std::uint8_t byte : bytes)
+        value = value << 8 | byte;
     return value;
 }
 

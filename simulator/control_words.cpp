@@ -13,7 +13,8 @@ namespace simulator {
 namespace {
 
 // In the order in which the help lists them.
-constexpr std::span<const ControlWord> (*kFamilies[])() = {InputWords, BoardWords, DeviceWords};
+constexpr std::span<const ControlWord> (*kFamilies[])() = {InputWords, MachineWords, BoardWords,
+                                                           DeviceWords};
 
 const ControlWord& WordNamed(const std::string& name) {
     for (const auto family : kFamilies) {

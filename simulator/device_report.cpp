@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "board_argument.h"
+#include "device_report_machine.h"
 #include "hex.h"
 #include "json_text.h"
 
@@ -77,6 +78,7 @@ Json OutputsOf(const BoardOutputs& outputs) {
         {"onPeriod", lampsThatAre(Lamp::kOnPeriod)},
         {"offPeriod", lampsThatAre(Lamp::kOffPeriod)},
         {"pulsing", NumbersWhere(kOutputCount, [&](unsigned n) { return outputs.IsPulsing(n); })},
+        {"driven", NumbersWhere(kOutputCount, [&](unsigned n) { return outputs.IsDriven(n); })},
         {"brightness", outputs.Brightness()},
         {"onPeriodPattern", PatternHex(outputs.OnPeriod())},
         {"offPeriodPattern", PatternHex(outputs.OffPeriod())},
@@ -158,6 +160,8 @@ std::string StateAsJson(const Device& device) {
         {"exchangesToSpoil", device.ExchangesToSpoil()},
         {"inputs", InputsOf(board.inputs, board.pulses)},
         {"outputs", OutputsOf(board.outputs)},
+        {"pulsedInputs", PulsedInputsOf(board.pulsedInputs)},
+        {"hoppers", HoppersOf(board.hoppers, board.releases)},
         {"eeprom", EepromOf(board.eeprom)},
         {"clock", ClockOf(board.clock)},
         {"identity", IdentityOf(board.identity)},

@@ -49,6 +49,11 @@ TEST(ControlTest, WordsThatCannotBeCarriedOutAreRefused) {
         {"0 coin 33 1", 2, "the input must be a number from 0 to 32"},
         {"0 coin 3 1001", 2, "the number of coins must be a number from 1 to 1000"},
         {"0 coin 3 5 101", 2, "the number of coins a second must be a number from 1 to 100"},
+        {"0 hopper 33 jam", 2, "the hopper's input must be a number from 0 to 32"},
+        {"0 hopper 3 coins 65536", 2, "the number of coins must be a number from 0 to 65535"},
+        {"0 hopper 3 rate 26", 2, "the number of coins a second must be a number from 1 to 25"},
+        {"0 hopper 3 free now", 2, "nothing may follow before 'now'"},
+        {"0 hopper 3 shake", 2, "'shake' is not coins, rate, jam or free"},
         {"0 multiplexed 96 on", 2, "from 0 to 95"},
         {"0 unplug now", 2, "nothing may follow before 'now'"},
         {"0 fail 0 ioctl", 2, "the number of exchanges must be a number from 1 to 1000000"},
@@ -122,12 +127,15 @@ TEST(ControlTest, ShowTellsOfEveryFamily) {
     "onPeriod": [3, 9],
     "offPeriod": [4, 37],
     "pulsing": [5],
+    "driven": [],
     "brightness": 3,
     "onPeriodPattern": "0812000000",
     "offPeriodPattern": "1010000020",
     "onPulses": {"5": 1},
     "offPulses": {"1": 2}
   },
+  "pulsedInputs": {},
+  "hoppers": {},
   "eeprom": {
     "part": "24LC64",
     "told": {"pageSize": 32, "addressBytes": 2, "highestAddress": 8191, "busAddress": 81}
@@ -151,6 +159,29 @@ TEST(ControlTest, ShowTellsOfEveryFamily) {
   "random": {"enabled": true, "argument": 67305985},
   "spi": {"enabled": true, "control": 5, "queuedReplies": 1, "rightFrames": 0, "wrongFrames": 0}
 }
+)",
+                                  ""}));
+}
+
+TEST(ControlTest, ShowTellsOfCoinsAndHoppers) {
+    const Finished finished = RunSimulated(
+        {"--board", "k40"},
+        "$SIM ctl 0 hopper 4 coins 3 && $SIM ctl 0 hopper 4 rate 25 && $SIM ctl 0 hopper 5 jam && "
+        "$SIM ctl 0 hopper 9 rate 1 && $CLIENT k40 0 107/1/030a01 108/1/0301 >/dev/null && "
+        "$SIM ctl 0 coin 3 1 && "
+        "$CLIENT k40 0 112/1/0914010700ff00 112/1/04140106000300 >/dev/null && "
+        "until $SIM ctl 0 show | grep -q '\"paid\": 3'; do :; done; $SIM ctl 0 show | "
+        "sed -n '/\"driven\"/p; /^  \"pulsedInputs/,/^  }/p; "
+        "/^  \"hoppers/,/^  }/{/\"9\"/s/\\(coins\\|dropped\\|paid\\)\": [0-9]*/\\1\": N/g;p}'");
+    EXPECT_EQ(finished, (Finished{0, R"(    "driven": [7],
+  "pulsedInputs": {
+    "3": {"pulseParameter": 10, "activeState": 1, "extendedPulseParameter": 0, "checking": true, "counter": 1}
+  },
+  "hoppers": {
+    "4": {"coins": 0, "rate": 25, "jammed": false, "dropped": 3, "status": 2, "output": 6, "wanted": 3, "paid": 3},
+    "5": {"coins": 500, "rate": 10, "jammed": true, "dropped": 0, "status": 0, "output": null, "wanted": 0, "paid": 0},
+    "9": {"coins": N, "rate": 1, "jammed": false, "dropped": N, "status": 1, "output": 7, "wanted": 255, "paid": N}
+  },
 )",
                                   ""}));
 }
@@ -219,7 +250,7 @@ TEST(ControlTest, HelpNamesEveryWord) {
     EXPECT_EQ(finished.status, 0);
     for (const char* word :
          {"list", "BOARD input", "BOARD contact", "BOARD multiplexed", "BOARD identity",
-          "BOARD switch", "BOARD battery fail", "BOARD rtc fail", "BOARD spi reply",
+          "BOARD hopper", "BOARD switch", "BOARD battery fail", "BOARD rtc fail", "BOARD spi reply",
           "BOARD spi clear", "BOARD eeprom read", "BOARD unplug", "BOARD plug",
           "BOARD fail N delay", "BOARD log", "BOARD show"}) {
         EXPECT_NE(finished.output.find(word), std::string::npos) << word;

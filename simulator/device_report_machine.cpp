@@ -1,0 +1,46 @@
+// Writes what is configured, and what is under way, of coins, hoppers and reels.
+#include "device_report_machine.h"
+
+#include <string>
+
+namespace simulator {
+
+using Json = nlohmann::ordered_json;
+
+Json PulsedInputsOf(const BoardPulsedInputs& pulsedInputs) {
+    Json report = Json::object();
+    for (unsigned n = 0; n < kInputCount; ++n) {
+        const auto& settings = pulsedInputs.Settings(n);
+        if (!settings) continue;
+        report[std::to_string(n)] = {
+            {"pulseParameter", settings->pulseParameter},
+            {"activeState", settings->activeState},
+            {"extendedPulseParameter", settings->extendedPulseParameter},
+            {"checking", pulsedInputs.IsChecking(n)},
+            {"counter", pulsedInputs.Counter(n)},
+        };
+    }
+    return report;
+}
+
+Json HoppersOf(const BoardHoppers& hoppers, const BoardReleases& releases) {
+    Json report = Json::object();
+    for (unsigned n = 0; n < kInputCount; ++n) {
+        const Hopper* hopper = hoppers.Find(n);
+        if (hopper == nullptr) continue;
+        const auto& release = releases.On(n);
+        report[std::to_string(n)] = {
+            {"coins", hopper->coins},
+            {"rate", hopper->rate},
+            {"jammed", hopper->jammed},
+            {"dropped", hopper->dropped},
+            {"status", release ? static_cast<unsigned>(release->status) : 0},
+            {"output", release ? Json(release->output) : Json()},
+            {"wanted", release ? release->wanted : 0},
+            {"paid", release ? release->paid : 0},
+        };
+    }
+    return report;
+}
+
+}  // namespace simulator

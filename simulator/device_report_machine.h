@@ -1,0 +1,16 @@
+// The parts of a device's state that are about what moves: coins, hoppers and reels.
+#ifndef MARVANE_SIMULATOR_DEVICE_REPORT_MACHINE_H
+#define MARVANE_SIMULATOR_DEVICE_REPORT_MACHINE_H
+
+#include <nlohmann/json.hpp>
+
+#include "board.h"
+
+namespace simulator {
+
+nlohmann::ordered_json PulsedInputsOf(const BoardPulsedInputs& pulsedInputs);
+nlohmann::ordered_json HoppersOf(const BoardHoppers& hoppers, const BoardReleases& releases);
+
+}  // namespace simulator
+
+#endif
