@@ -90,6 +90,14 @@ constexpr Command kCommands[] = {
     {kDigitalIo,113, kAllModels, 1, 1, ReportHopper},
     {kDigitalIo,124, kNotK40,    1, 1, Call<&Board::releases, &BoardReleases::Stop, &Board::outputs>},
 
+    {kDigitalIo, 86, kAllModels, 4, 4, Call<&Board::reels, &BoardReels::Configure>},
+    {kDigitalIo, 87, kAllModels, 4, 4, Call<&Board::reels, &BoardReels::BeginSpin>},
+    {kDigitalIo, 88, kAllModels, 2, 2 + kLongestRamp, Call<&Board::reels, &BoardReels::SetRampUp>},
+    {kDigitalIo, 89, kAllModels, 2, 2 + kLongestRamp, Call<&Board::reels, &BoardReels::SetRampDown>},
+    {kDigitalIo, 90, kAllModels, 3, 3, Call<&Board::reels, &BoardReels::SetDutyCycle>},
+    {kDigitalIo, 91, kAllModels, 1, 1, Call<&Board::reels, &BoardReels::Synchronise>},
+    {kDigitalIo, 92, kAllModels, 0, 0, Call<&Board::reels, &BoardReels::Report>},
+
     {kServices,   3, kAllModels, 5, 5,          Call<&Board::eeprom, &BoardEeprom::Configure>},
     {kServices,   4, kAllModels, 3, kAnyLength, Call<&Board::eeprom, &BoardEeprom::Write>},
     {kServices,   5, kAllModels, 3, 3,          Call<&Board::eeprom, &BoardEeprom::Read>},
@@ -165,6 +173,7 @@ Answer Board::Handle(std::uint8_t command, std::uint32_t channel, Payload payloa
 
 void Board::Advance() {
     const Moment now = options.time();
+    reels.Advance(now - advancedTo);
     while (advancedTo < now && !IsIdle()) {
         advancedTo += kTick;
         Tick();
@@ -192,6 +201,7 @@ void Board::PowerDown() {
     outputs.PowerDown();
     pulsedInputs.PowerDown();
     releases.PowerDown();
+    reels.PowerDown();
 }
 
 void Board::PowerUp() {

@@ -14,6 +14,7 @@
 #include "board_pulsed_inputs.h"
 #include "board_pulses.h"
 #include "board_random.h"
+#include "board_reels.h"
 #include "board_spi.h"
 #include "board_time.h"
 
@@ -63,6 +64,7 @@ public:
     BoardOutputs outputs;
     BoardPulsedInputs pulsedInputs;
     BoardReleases releases;
+    BoardReels reels;
     BoardEeprom eeprom;
     BoardIdentity identity;
     BoardClock clock;

@@ -162,6 +162,7 @@ std::string StateAsJson(const Device& device) {
         {"outputs", OutputsOf(board.outputs)},
         {"pulsedInputs", PulsedInputsOf(board.pulsedInputs)},
         {"hoppers", HoppersOf(board.hoppers, board.releases)},
+        {"reels", ReelsOf(board.reels)},
         {"eeprom", EepromOf(board.eeprom)},
         {"clock", ClockOf(board.clock)},
         {"identity", IdentityOf(board.identity)},

@@ -7,6 +7,28 @@ namespace simulator {
 
 using Json = nlohmann::ordered_json;
 
+namespace {
+
+Json StepsOrEndless(const std::optional<unsigned>& steps) {
+    return steps ? Json(*steps) : Json("endless");
+}
+
+Json ReelOf(const Reel& reel, const std::optional<Spin>& waiting) {
+    constexpr const char* kRamps[] = {"none", "up", "down"};
+    return {
+        {"configured", reel.IsConfigured()},
+        {"steps", reel.Steps()},
+        {"stepMs", reel.StepMs()},
+        {"position", reel.Position()},
+        {"turning", reel.IsTurning()},
+        {"stepsLeft", StepsOrEndless(reel.StepsLeft())},
+        {"ramp", kRamps[static_cast<unsigned>(reel.Ramping())]},
+        {"waiting", waiting ? StepsOrEndless(waiting->steps) : Json()},
+    };
+}
+
+}  // namespace
+
 Json PulsedInputsOf(const BoardPulsedInputs& pulsedInputs) {
     Json report = Json::object();
     for (unsigned n = 0; n < kInputCount; ++n) {
@@ -40,6 +62,13 @@ Json HoppersOf(const BoardHoppers& hoppers, const BoardReleases& releases) {
             {"paid", release ? release->paid : 0},
         };
     }
+    return report;
+}
+
+Json ReelsOf(const BoardReels& reels) {
+    Json report = {{"synchronised", reels.IsSynchronised()}, {"dutyCycle", reels.DutyCycle()}};
+    for (unsigned n = 0; n < kReelCount; ++n)
+        report[std::to_string(n)] = ReelOf(reels.At(n), reels.Waiting(n));
     return report;
 }
 

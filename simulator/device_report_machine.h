@@ -10,6 +10,7 @@ namespace simulator {
 
 nlohmann::ordered_json PulsedInputsOf(const BoardPulsedInputs& pulsedInputs);
 nlohmann::ordered_json HoppersOf(const BoardHoppers& hoppers, const BoardReleases& releases);
+nlohmann::ordered_json ReelsOf(const BoardReels& reels);
 
 }  // namespace simulator
 

@@ -16,6 +16,7 @@ TEST(ControlTest, WordsChangeWhatTheBoardAnswers) {
         {"contact 8 on", "75/1", "0 0000000000\n"},
         {"contact 8 on", "82/1", "0 0001000000\n"},
         {"input 3 on", "81/1", "0 0800000000\n"},
+        {"reel 1 position 199", "92/1", "0 00000000000000c700000000000000000000\n"},
         {"identity 6", "75/1", "0 0000000600\n"},
         {"switch 0 open 7 open 0 closed", "64/5", "0 8101\n"},
         {"battery fail", "119/5 119/5", "0 01\n0 00\n"},
@@ -54,6 +55,9 @@ TEST(ControlTest, WordsThatCannotBeCarriedOutAreRefused) {
         {"0 hopper 3 rate 26", 2, "the number of coins a second must be a number from 1 to 25"},
         {"0 hopper 3 free now", 2, "nothing may follow before 'now'"},
         {"0 hopper 3 shake", 2, "'shake' is not coins, rate, jam or free"},
+        {"0 reel 3 position 0", 2, "the reel must be a number from 0 to 2"},
+        {"0 reel 0 position 200", 2, "the position must be a number from 0 to 199"},
+        {"0 reel 0 turn", 2, "what happens to the reel must be position, not 'turn'"},
         {"0 multiplexed 96 on", 2, "from 0 to 95"},
         {"0 unplug now", 2, "nothing may follow before 'now'"},
         {"0 fail 0 ioctl", 2, "the number of exchanges must be a number from 1 to 1000000"},
@@ -118,9 +122,11 @@ TEST(ControlTest, ShowTellsOfEveryFamily) {
     const Finished finished = RunSimulated(
         {"--board", "k44:eeprom=24LC64"},
         "$CLIENT k44 0 83/1/0802000000 84/1/1000000020 77/1/00100000000000000000 85/1/03 "
-        "78/1/ff05 79/1/0001 79/1/0001 3/2/20021fff51 69/5/01020304 94/7 96/7/080805ff "
+        "78/1/ff05 79/1/0001 79/1/0001 86/1/02003007 90/1/010203 91/1/01 87/1/0001012c "
+        "3/2/20021fff51 69/5/01020304 94/7 96/7/080805ff "
         ">/dev/null; "
-        "$SIM ctl 0 switch 2 open 2 closed; $SIM ctl 0 rtc fail; $SIM ctl 0 spi reply aa; "
+        "$SIM ctl 0 reel 0 position 47; $SIM ctl 0 switch 2 open 2 closed; $SIM ctl 0 rtc fail; "
+        "$SIM ctl 0 spi reply aa; "
         "$SIM ctl 0 show | sed '1,/^  \"outputs\"/d; s/\"value\": [0-9]*/\"value\": T/; "
         "s/\"clock\": [0-9]\\+/\"clock\": T/'");
     EXPECT_EQ(finished, (Finished{0, R"(    "on": [5, 12],
@@ -136,6 +142,13 @@ TEST(ControlTest, ShowTellsOfEveryFamily) {
   },
   "pulsedInputs": {},
   "hoppers": {},
+  "reels": {
+    "synchronised": true,
+    "dutyCycle": [1, 2, 3],
+    "0": {"configured": true, "steps": 48, "stepMs": 7, "position": 47, "turning": false, "stepsLeft": 0, "ramp": "none", "waiting": 300},
+    "1": {"configured": true, "steps": 48, "stepMs": 7, "position": 0, "turning": false, "stepsLeft": 0, "ramp": "none", "waiting": null},
+    "2": {"configured": false, "steps": 200, "stepMs": 5, "position": 0, "turning": false, "stepsLeft": 0, "ramp": "none", "waiting": null}
+  },
   "eeprom": {
     "part": "24LC64",
     "told": {"pageSize": 32, "addressBytes": 2, "highestAddress": 8191, "busAddress": 81}
@@ -250,8 +263,8 @@ TEST(ControlTest, HelpNamesEveryWord) {
     EXPECT_EQ(finished.status, 0);
     for (const char* word :
          {"list", "BOARD input", "BOARD contact", "BOARD multiplexed", "BOARD identity",
-          "BOARD hopper", "BOARD switch", "BOARD battery fail", "BOARD rtc fail", "BOARD spi reply",
-          "BOARD spi clear", "BOARD eeprom read", "BOARD unplug", "BOARD plug",
+          "BOARD hopper", "BOARD reel", "BOARD switch", "BOARD battery fail", "BOARD rtc fail",
+          "BOARD spi reply", "BOARD spi clear", "BOARD eeprom read", "BOARD unplug", "BOARD plug",
           "BOARD fail N delay", "BOARD log", "BOARD show"}) {
         EXPECT_NE(finished.output.find(word), std::string::npos) << word;
     }
