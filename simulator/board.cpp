@@ -2,6 +2,7 @@
 #include "board.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace simulator {
@@ -33,6 +34,16 @@ Answer ReportHopper(Board& board, Payload payload) {
     return {status::kAccepted, {status.begin(), status.end()}};
 }
 
+// The simulated board has no diagnostic data: it sends back what it was asked.
+Answer EchoDiagnosticRequest(Board& board, Payload payload) {
+    if (payload.size() > ReplyLimit(board.Options().model)) return Refuse(status::kTooLong);
+    return {status::kAccepted, {payload.begin(), payload.end()}};
+}
+
+Answer AcceptDiagnosticData(Board&, Payload) {
+    return {};
+}
+
 enum ModelSet : unsigned { kK40Only = 1, kK50Only = 4, kNotK40 = 2 | 4, kAllModels = 1 | 2 | 4 };
 
 bool Contains(ModelSet models, Model model) {
@@ -46,6 +57,7 @@ constexpr std::uint32_t kMemory = 6;
 constexpr std::uint32_t kSpi = 7;
 
 constexpr std::size_t kAnyLength = 511;  // as much as the shorter of the two transfers takes
+constexpr std::size_t kUnbounded = std::numeric_limits<std::size_t>::max();
 
 struct Command {
     std::uint32_t channel;
@@ -97,6 +109,12 @@ constexpr Command kCommands[] = {
     {kDigitalIo, 90, kAllModels, 3, 3, Call<&Board::reels, &BoardReels::SetDutyCycle>},
     {kDigitalIo, 91, kAllModels, 1, 1, Call<&Board::reels, &BoardReels::Synchronise>},
     {kDigitalIo, 92, kAllModels, 0, 0, Call<&Board::reels, &BoardReels::Report>},
+
+    {kDigitalIo,125, kNotK40,    9, 9,          Call<&Board::recording, &BoardRecording::Configure>},
+    {kDigitalIo,126, kNotK40,    2, 2,          Call<&Board::recording, &BoardRecording::Start>},
+    {kDigitalIo,127, kNotK40,    0, 0,          Call<&Board::recording, &BoardRecording::Report>},
+    {kDigitalIo,128, kNotK40,    0, kUnbounded, EchoDiagnosticRequest},
+    {kDigitalIo,129, kNotK40,    0, kUnbounded, AcceptDiagnosticData},
 
     {kServices,   3, kAllModels, 5, 5,          Call<&Board::eeprom, &BoardEeprom::Configure>},
     {kServices,   4, kAllModels, 3, kAnyLength, Call<&Board::eeprom, &BoardEeprom::Write>},
@@ -183,7 +201,8 @@ void Board::Advance() {
 
 bool Board::IsIdle() const {
     if (!pulses.IsIdle()) return false;
-    return !powered || (pulsedInputs.IsIdle(inputs) && releases.IsIdle(inputs));
+    return !powered ||
+           (recording.IsIdle() && pulsedInputs.IsIdle(inputs) && releases.IsIdle(inputs));
 }
 
 // The cabinet first: the board sees what has just happened there.
@@ -193,6 +212,7 @@ void Board::Tick() {
     if (!powered) return;
     pulsedInputs.Tick(inputs);
     releases.Tick(inputs, outputs);
+    recording.Tick(inputs, memory);
 }
 
 void Board::PowerDown() {
@@ -202,6 +222,7 @@ void Board::PowerDown() {
     pulsedInputs.PowerDown();
     releases.PowerDown();
     reels.PowerDown();
+    recording.PowerDown();
 }
 
 void Board::PowerUp() {

@@ -14,6 +14,7 @@
 #include "board_pulsed_inputs.h"
 #include "board_pulses.h"
 #include "board_random.h"
+#include "board_recording.h"
 #include "board_reels.h"
 #include "board_spi.h"
 #include "board_time.h"
@@ -65,6 +66,7 @@ public:
     BoardPulsedInputs pulsedInputs;
     BoardReleases releases;
     BoardReels reels;
+    BoardRecording recording;
     BoardEeprom eeprom;
     BoardIdentity identity;
     BoardClock clock;

@@ -15,6 +15,7 @@ constexpr std::size_t kFlatSize = 65536;
 constexpr unsigned kFirstPage = 1;
 constexpr unsigned kLastPageK44 = 32;
 constexpr unsigned kLastPageK50 = 64;
+constexpr unsigned kProgramPages = 3;
 
 constexpr std::size_t kFullSpeedPacket = 64;
 constexpr std::size_t kHighSpeedPacket = 256;
@@ -62,6 +63,12 @@ std::span<const std::uint8_t> BoardMemory::Bytes(unsigned page, std::size_t offs
     const auto place = PlaceOf(page, offset, length);
     if (!place) return {};
     return std::span(bytes).subspan(*place, length);
+}
+
+void BoardMemory::StoreForApplication(std::size_t address, std::uint8_t byte) {
+    auto page = static_cast<unsigned>(address / kPageSize) + kFirstPage;
+    if (page >= kProgramPage) page += kProgramPages;
+    if (const auto place = PlaceOf(page, address % kPageSize, 1)) bytes[*place] = byte;
 }
 
 bool BoardMemory::Restore(Payload contents) {

@@ -31,6 +31,10 @@ public:
     std::span<const std::uint8_t> Bytes(unsigned page, std::size_t offset,
                                         std::size_t length) const;
 
+    /// The board's own write of one byte, on a K44 or K50: at the address as an application counts
+    /// it, which passes over the program's pages. Nothing happens beyond the memory.
+    void StoreForApplication(std::size_t address, std::uint8_t byte);
+
     /// All pages, one after the other; the commands decide where a page begins.
     Payload Contents() const { return bytes; }
     /// False, and nothing changed, unless there is exactly one byte for each of the memory's.

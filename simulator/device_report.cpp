@@ -163,6 +163,7 @@ std::string StateAsJson(const Device& device) {
         {"pulsedInputs", PulsedInputsOf(board.pulsedInputs)},
         {"hoppers", HoppersOf(board.hoppers, board.releases)},
         {"reels", ReelsOf(board.reels)},
+        {"recording", RecordingOf(board.recording)},
         {"eeprom", EepromOf(board.eeprom)},
         {"clock", ClockOf(board.clock)},
         {"identity", IdentityOf(board.identity)},

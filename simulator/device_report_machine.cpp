@@ -1,4 +1,4 @@
-// Writes what is configured, and what is under way, of coins, hoppers and reels.
+// Writes what is configured, and what is under way, of coins, hoppers, reels and recordings.
 #include "device_report_machine.h"
 
 #include <string>
@@ -70,6 +70,22 @@ Json ReelsOf(const BoardReels& reels) {
     for (unsigned n = 0; n < kReelCount; ++n)
         report[std::to_string(n)] = ReelOf(reels.At(n), reels.Waiting(n));
     return report;
+}
+
+Json RecordingOf(const BoardRecording& recording) {
+    const auto& current = recording.Current();
+    if (!current) return nullptr;
+    Json slots = Json::array();
+    for (const std::uint8_t slot : current->slots)
+        slots.push_back(slot == kEmptySlot ? Json() : Json(slot));
+    return {
+        {"inputs", slots},
+        {"address", current->address},
+        {"length", current->length},
+        {"periodMs", current->period.count()},
+        {"status", static_cast<unsigned>(current->state)},
+        {"samples", current->samples},
+    };
 }
 
 }  // namespace simulator

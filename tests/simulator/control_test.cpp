@@ -123,7 +123,7 @@ TEST(ControlTest, ShowTellsOfEveryFamily) {
         {"--board", "k44:eeprom=24LC64"},
         "$CLIENT k44 0 83/1/0802000000 84/1/1000000020 77/1/00100000000000000000 85/1/03 "
         "78/1/ff05 79/1/0001 79/1/0001 86/1/02003007 90/1/010203 91/1/01 87/1/0001012c "
-        "3/2/20021fff51 69/5/01020304 94/7 96/7/080805ff "
+        "125/1/0503ffff0c3fff0064 126/1/3a98 3/2/20021fff51 69/5/01020304 94/7 96/7/080805ff "
         ">/dev/null; "
         "$SIM ctl 0 reel 0 position 47; $SIM ctl 0 switch 2 open 2 closed; $SIM ctl 0 rtc fail; "
         "$SIM ctl 0 spi reply aa; "
@@ -148,6 +148,14 @@ TEST(ControlTest, ShowTellsOfEveryFamily) {
     "0": {"configured": true, "steps": 48, "stepMs": 7, "position": 47, "turning": false, "stepsLeft": 0, "ramp": "none", "waiting": 300},
     "1": {"configured": true, "steps": 48, "stepMs": 7, "position": 0, "turning": false, "stepsLeft": 0, "ramp": "none", "waiting": null},
     "2": {"configured": false, "steps": 200, "stepMs": 5, "position": 0, "turning": false, "stepsLeft": 0, "ramp": "none", "waiting": null}
+  },
+  "recording": {
+    "inputs": [5, 3, null, null],
+    "address": 196607,
+    "length": 100,
+    "periodMs": 15000,
+    "status": 1,
+    "samples": 0
   },
   "eeprom": {
     "part": "24LC64",
