@@ -50,9 +50,12 @@ int KBaseImplementation::ModifyOutputs(usbOutput* off, usbOutput* on) {
     usbOutput* offCopy = offCopies.Find(GetDeviceNo());
     if (onCopy == nullptr || offCopy == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
 
-    ApplyMasks(*onCopy, *on, *off);
-    ApplyMasks(*offCopy, *on, *off);
-    return Exchange(commands::kModifyOutputs, Payload().Bytes(on->bytes).Bytes(off->bytes));
+    // Each mask is read once: both copies and the board get the same.
+    const usbOutput onMask = *on;
+    const usbOutput offMask = *off;
+    ApplyMasks(*onCopy, onMask, offMask);
+    ApplyMasks(*offCopy, onMask, offMask);
+    return Exchange(commands::kModifyOutputs, Payload().Bytes(onMask.bytes).Bytes(offMask.bytes));
 }
 
 int KBaseImplementation::SetOutputs(unsigned char* outputs) {
@@ -62,7 +65,7 @@ int KBaseImplementation::SetOutputs(unsigned char* outputs) {
     usbOutput off;
     for (unsigned i = 0; i < kOutputByteCount; ++i) {
         on.bytes[i] = outputs[i];
-        off.bytes[i] = static_cast<unsigned char>(~outputs[i]);
+        off.bytes[i] = static_cast<unsigned char>(~on.bytes[i]);
     }
     return ModifyOutputs(&off, &on);
 }
