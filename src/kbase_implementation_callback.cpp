@@ -133,7 +133,9 @@ void* KBaseImplementation::InputsCallbackThread(void* impl) noexcept {
     pthread_setname_np(pthread_self(), kThreadName);
     board->callbackThreadId = gettid();
     board->changedInputs = {};
-    while (board->PollChangedInputs() && board->callbackThreadRun == 1) {
+    // A callback that forks returns in the child, too, where the thread has no business.
+    while (board->PollChangedInputs() && board->callbackThreadRun == 1 &&
+           board->callbackThreadForks == LinuxMutex::Forks()) {
     }
     board->callbackThreadStopped = 1;
     return nullptr;
