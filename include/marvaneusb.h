@@ -1556,7 +1556,7 @@ public:
      * @param buffer  Room for the whole message: nothing bounds what is written.
      * @param length  Receives the number of message bytes.
      * @param status  Receives the board's status byte of the last reply, 0 to 255, whose meaning is
-     *   the board's; not meaningful when that reply was empty.
+     *   the board's; an empty reply leaves it as it was.
      * @return 1 once the message is read, else 0 with GetLastError():
      *   - USB_ERR_NULL_POINTER: length, buffer or status is null
      *   - USB_ERR_OUT_OF_RANGE: index above 3
@@ -1582,7 +1582,7 @@ public:
      *   on a K44 or K50.
      * @param length    Receives the number of message bytes.
      * @param status    Receives the board's status byte of the last reply, 0 to 255, whose meaning
-     *   is the board's; not meaningful when that reply was empty or did not fit.
+     *   is the board's; an empty reply leaves it as it was.
      * @return 1 once the message is read, else 0 with GetLastError():
      *   - USB_ERR_NULL_POINTER: length, buffer or status is null
      *   - USB_ERR_OUT_OF_RANGE: index above 3

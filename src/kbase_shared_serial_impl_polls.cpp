@@ -147,20 +147,23 @@ int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort port, unsigned ch
     if (index > kHighestIndex) return Fail(USB_ERR_OUT_OF_RANGE);
     if (!CheckPort(port)) return 0;
 
-    *length = 0;
+    // Counted apart from *length, which the application can reach: no place depends on it.
+    unsigned long done = 0;
     for (bool more = true; more;) {
+        *length = done;
         Reply reply(Reply::kRoom);
         Payload request;
         if (!ExchangeWithPort(port, serial_commands::kReceivePolled, request.Byte(index), reply)) {
             return 0;
         }
-        *status = reply.Byte(0);
+        if (reply.Length() > 0) *status = reply.Byte(0);
         if (reply.Length() < kHeader) return 1;
         const unsigned long data = reply.Length() - kHeader;
-        if (data > capacity - *length) return Fail(USB_ERR_DATA_TOO_LONG);
-        std::memcpy(buffer + *length, reply.Data() + kHeader, data);
-        *length += data;
+        if (data > capacity - done) return Fail(USB_ERR_DATA_TOO_LONG);
+        std::memcpy(buffer + done, reply.Data() + kHeader, data);
+        done += data;
         more = reply.Byte(1) != 0;
     }
+    *length = done;
     return 1;
 }

@@ -67,15 +67,17 @@ constinit std::atomic<unsigned char> message_id = 0;
 int KBaseImplementation::SetConfig(_usbSerialPort port, _DCB* dcb, _usbPortType type) {
     if (dcb == nullptr) return Fail(USB_ERR_NULL_POINTER);
     if (static_cast<unsigned>(type) > USB_PORT_TYPE_3) return Fail(USB_ERR_BAD_PORT_TYPE);
-    if (dcb->Parity == kParityOfType0 && type != USB_PORT_TYPE_0)
+    // The record is read once: what is checked is what is sent.
+    const _DCB line = *dcb;
+    if (line.Parity == kParityOfType0 && type != USB_PORT_TYPE_0)
         return Fail(USB_ERR_BAD_PORT_TYPE);
     if (!IsPort(port)) return Fail(USB_ERR_BAD_PORT_TYPE);
-    const Rate* rate = FindRate(port, dcb->BaudRate);
+    const Rate* rate = FindRate(port, line.BaudRate);
     if (rate == nullptr) return Fail(USB_ERR_BAD_BAUD_RATE);
 
     Payload payload;
-    payload.Byte(static_cast<unsigned>(type)).Byte(ParityCode(dcb->Parity));
-    payload.Byte(dcb->Flags >> 2U & 3U).Byte(dcb->Flags >> 1U & 1U);
+    payload.Byte(static_cast<unsigned>(type)).Byte(ParityCode(line.Parity));
+    payload.Byte(line.Flags >> 2U & 3U).Byte(line.Flags >> 1U & 1U);
     payload.Byte(rate->byte4).Byte(rate->byte5);
     if (!ExchangeWithPort(port, serial_commands::kSetConfig, payload)) return 0;
 
@@ -141,22 +143,25 @@ unsigned long KBaseImplementation::LongestReply() {
 KBaseImplementation::Received KBaseImplementation::ReceiveBytes(_usbSerialPort port,
                                                                 ReceiveRoom room,
                                                                 unsigned long* length) {
-    *length = 0;
+    // Counted apart from *length, which the application can reach: no place depends on it.
+    unsigned long done = 0;
     // What an earlier call read ahead comes first.
     if (const int kept = keptByte[port].exchange(kNothingKept); kept != kNothingKept) {
-        room.buffer[(*length)++] = static_cast<unsigned char>(kept);
+        room.buffer[done++] = static_cast<unsigned char>(kept);
     }
     const unsigned long longest = LongestReply();
     // Half a word more than fits can be kept for the next call.
-    while (longest <= room.capacity - *length + (room.inWords ? *length % 2 : 0)) {
+    while (longest <= room.capacity - done + (room.inWords ? done % 2 : 0)) {
+        *length = done;
         Reply reply(Reply::kRoom);
         if (!FetchReceived(port, reply)) return Received::kFailed;
         if (reply.Length() == 0) return Received::kAll;
 
-        const unsigned long copied = reply.CopyTo(room.buffer + *length, room.capacity - *length);
+        const unsigned long copied = reply.CopyTo(room.buffer + done, room.capacity - done);
         if (copied < reply.Length()) keptByte[port] = reply.Data()[copied];
-        *length += copied;
+        done += copied;
     }
+    *length = done;
     return Received::kSome;
 }
 

@@ -229,7 +229,8 @@ int ReceivePolled(Call& call, bool isBounded) {
             "not the length of the message");
     CheckDelivered(call, buffer, length);
     const bool atEnd = driver.Length() < 2 || driver.Arrived(1) == 0;
-    Require(result == 0 || (atEnd && status == driver.Arrived(0)), "not the end of the message");
+    Require(result == 0 || atEnd, "not the end of the message");
+    Require(result == 0 || driver.Length() == 0 || status == driver.Arrived(0), "not its status");
     return result;
 }
 
