@@ -2,6 +2,10 @@
  * @file callback_process_test.cpp
  * @brief The changed-inputs thread in processes that fork while it runs, and in their children.
  */
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdlib>
 
 #include "callback_test.h"
@@ -41,6 +45,23 @@ TEST_F(CallbackTest, AForkedChildWaitsForNoThread) {
     }
     const int before = callsOfFirst;
     EXPECT_TRUE(Wait([&] { return callsOfFirst > before; })) << "the parent's thread goes on";
+}
+
+std::atomic<pid_t> forkedInCallback = 0;
+
+void ForkOnce(usbInput*, usbInput*) {
+    if (forkedInCallback == 0) forkedInCallback = fork();
+}
+
+TEST_F(CallbackTest, AThreadWhoseCallbackForksEndsInTheChild) {
+    Open(Model::kK44);
+    ChangeAllTheTime(500us);
+    ASSERT_EQ(Start(ForkOnce), 1);
+    ASSERT_TRUE(Wait([] { return forkedInCallback > 0; }));
+    int status = -1;
+    EXPECT_TRUE(Wait([&] { return waitpid(forkedInCallback, &status, WNOHANG) != 0; }));
+    EXPECT_EQ(status, 0) << "it was the child's only thread";
+    if (status != 0) kill(forkedInCallback, SIGKILL);
 }
 
 std::atomic<int> lampsSet = 0;
