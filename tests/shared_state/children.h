@@ -16,7 +16,7 @@
 #include <stdexcept>
 
 /** How long a test waits for what is due at once, before it counts as stuck. */
-constexpr std::chrono::seconds kPatience{20};
+constexpr std::chrono::seconds kPatience{60};
 
 /** Runs a function in a forked process, whose exit status is the function's result. */
 class Child {
