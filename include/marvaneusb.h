@@ -1368,8 +1368,8 @@ public:
      *   - USB_ERR_TRANSFER_FAILED, USB_ERR_DATA_TOO_LONG, board's status: the fetch failed
      * @par Threads and processes
      *   Waits for the one lock of all boards' stores as long as it takes, and holds it for at most
-     *   one exchange: no byte is handed out twice. A process killed in a fetch loses at most what
-     *   that fetch brought.
+     *   one exchange: no byte is handed out twice. A process that is killed loses at most the
+     *   record that it was taking, or what its fetch brought.
      * @note Models: K40, K44, K50.
      */
     int ReceiveByteWithTimestamp(_usbSerialPort port, unsigned char* data, unsigned char* timestamp,
@@ -1417,7 +1417,7 @@ public:
      * Asks until the board has no more or less room is left than one reply may need. Each pair of
      * bytes that the board sends is one word, high byte first, over all replies. When it stops on
      * half a word before the board has no more, that byte opens the next receive of any kind on the
-     * port, timestamped ones apart. Call it again until *count is 0.
+     * port, timestamped ones apart, until the board is closed. Call it again until *count is 0.
      * @param port      Port 0 or 1, configured.
      * @param words     Room for capacity words; never written past them. An odd last byte, when the
      *   board has no more, is stored behind the last word and not counted.
@@ -1457,8 +1457,8 @@ public:
      *   - USB_ERR_TRANSFER_FAILED, USB_ERR_DATA_TOO_LONG, board's status: the fetch failed
      * @par Threads and processes
      *   Waits for the one lock of all boards' stores as long as it takes, and holds it for at most
-     *   one exchange: no character is handed out twice. A process killed in a fetch loses at most
-     *   what that fetch brought.
+     *   one exchange: no character is handed out twice. A process that is killed loses at most the
+     *   record that it was taking, or what its fetch brought.
      * @note Models: K40, K44, K50.
      */
     int ReceiveByteWithTimestamp9BitData(_usbSerialPort port, unsigned short* data,
