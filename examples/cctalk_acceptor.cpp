@@ -35,6 +35,7 @@ constexpr unsigned char kModifyInhibit = 231;
 constexpr unsigned char kRequestProduct = 244;
 constexpr int kPollPeriodMs = 100;
 constexpr unsigned kEventsTold = 5;
+constexpr unsigned kCreditFrame = 5 + 1 + 2 * kEventsTold;
 constexpr unsigned kLastEventNumber = 255;  // the counter goes on with 1; 0 is for after a reset
 
 // The library gives these bytes no meaning. Here they mean what the simulated boards make of them;
@@ -168,7 +169,7 @@ bool Acceptor::PrintCoins() {
         if (status == kHostWasAway) std::printf("the board had stopped polling meanwhile\n");
         if (status == kMessagesWereLost) std::printf("messages were lost; the counter tells\n");
         const Bytes frame(message, message + length);
-        if (IsAnswer(frame) && length == kFrameBytes + 1 + 2 * kEventsTold) {
+        if (IsAnswer(frame) && length == kCreditFrame) {
             PrintEvents(Bytes(frame.begin() + 4, frame.end() - 1));
         }
     } while (length > 0);
@@ -209,8 +210,8 @@ void Acceptor::PrintEvents(const Bytes& credit) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const double seconds = argc > 1 ? std::atof(argv[1]) : 10;
-    const int device = argc > 2 ? std::atoi(argv[2]) : 0;
+    const double seconds = argc > 1 ? std::strtod(argv[1], nullptr) : 10;
+    const int device = argc > 2 ? static_cast<int>(std::strtol(argv[2], nullptr, 10)) : 0;
 
     MarvaneUSB board;
     if (!board.InitPort(device)) {

@@ -44,7 +44,7 @@ public:
 
 private:
     enum class Awaited { kNothing, kGeneralAnswer, kLongAnswer };
-    void Await(Awaited answer);
+    void Await(Awaited newlyAwaited);
     void EndAnswer();
 
     std::uint8_t address = 1;

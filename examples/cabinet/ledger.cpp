@@ -15,7 +15,7 @@ namespace {
 constexpr unsigned short kAddress = 0x8000;
 constexpr unsigned char kMark[4] = {'C', 'A', 'B', '1'};
 constexpr unsigned kNumbers = 4;
-constexpr unsigned kSummed = sizeof kMark + 4 * kNumbers;
+constexpr unsigned kSummed = 4 + 4 * kNumbers;
 constexpr unsigned kSize = kSummed + 1;
 
 void Put(unsigned char* bytes, unsigned number) {
