@@ -23,7 +23,10 @@ public:
     /// 0 to 127; 1 at first.
     void SetAddress(unsigned newAddress) { address = static_cast<std::uint8_t>(newAddress); }
     /// General polls, one every 200 ms; off at first.
-    void SetPolling(bool polls) { polling = polls; }
+    void SetPolling(bool polls) {
+        polling = polls;
+        sincePoll = {};
+    }
     /// Command and data, which go out when no answer is awaited. False when too many wait.
     bool SendLongPoll(Payload bytes);
 
