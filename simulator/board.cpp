@@ -44,6 +44,19 @@ Answer AcceptDiagnosticData(Board&, Payload) {
     return {};
 }
 
+// A command of a serial port that must be configured for it.
+template <std::size_t port, auto function>
+Answer CallPort(Board& board, Payload payload) {
+    BoardSerialPort& serial = board.ports[port];
+    if (!serial.Setting()) return Refuse(status::kNotConfigured);
+    return (serial.*function)(payload);
+}
+
+template <std::size_t port>
+Answer ConfigurePort(Board& board, Payload payload) {
+    return board.ports[port].Configure(payload);
+}
+
 enum ModelSet : unsigned { kK40Only = 1, kK50Only = 4, kNotK40 = 2 | 4, kAllModels = 1 | 2 | 4 };
 
 bool Contains(ModelSet models, Model model) {
@@ -52,6 +65,7 @@ bool Contains(ModelSet models, Model model) {
 
 constexpr std::uint32_t kDigitalIo = 1;
 constexpr std::uint32_t kServices = 2;
+constexpr std::uint32_t kSerial = 3;  // of port 0, followed by port 1's
 constexpr std::uint32_t kPic = 5;
 constexpr std::uint32_t kMemory = 6;
 constexpr std::uint32_t kSpi = 7;
@@ -145,20 +159,47 @@ constexpr Command kCommands[] = {
     {kSpi,       95, kAllModels, 0, 0,          Call<&Board::spi, &BoardSpi::Disable>},
     {kSpi,       96, kAllModels, 3, kAnyLength, Call<&Board::spi, &BoardSpi::Send>},
 };
+
+// Each port has a channel of its own. With a receive on port 0, and only there, comes a number that
+// the application counts up.
+template <std::size_t port>
+constexpr Command kSerialCommands[] = {
+    {kSerial + port,  97, kAllModels, 6, 6, ConfigurePort<port>},
+    {kSerial + port,  98, kAllModels, 1, kAnyLength, CallPort<port, &BoardSerialPort::Send>},
+    {kSerial + port,  99, kAllModels, 1 - port, 1 - port, CallPort<port, &BoardSerialPort::Receive>},
+    {kSerial + port, 100, kAllModels, 0, 0, CallPort<port, &BoardSerialPort::ReportParityErrors>},
+    {kSerial + port, 102, kAllModels, 0, 0, CallPort<port, &BoardSerialPort::ReceiveWithTimestamps>},
+};
 // clang-format on
 
+constexpr std::span<const Command> kTables[] = {kCommands, kSerialCommands<0>, kSerialCommands<1>};
+
+// The first command that fulfils the condition; null where there is none.
+template <class Condition>
+const Command* FindIf(Condition condition) {
+    for (const auto table : kTables) {
+        const auto found = std::ranges::find_if(table, condition);
+        if (found != table.end()) return &*found;
+    }
+    return nullptr;
+}
+
 const Command* Find(Model model, std::uint8_t code, std::uint32_t channel) {
-    const auto found = std::ranges::find_if(kCommands, [&](const Command& command) {
+    return FindIf([&](const Command& command) {
         return command.code == code && command.channel == channel &&
                Contains(command.models, model);
     });
-    return found == std::end(kCommands) ? nullptr : found;
 }
 
 bool IsKnownOnAnyChannel(Model model, std::uint8_t code) {
-    return std::ranges::any_of(kCommands, [&](const Command& command) {
-        return command.code == code && Contains(command.models, model);
-    });
+    return FindIf([&](const Command& command) {
+               return command.code == code && Contains(command.models, model);
+           }) != nullptr;
+}
+
+BoardSerialPort PortOf(const BoardOptions& options, std::size_t port) {
+    return BoardSerialPort(TransferLimit(options.model, options.speedMbit),
+                           options.serialLines[port]);
 }
 
 }  // namespace
@@ -170,6 +211,7 @@ Board::Board(BoardOptions boardOptions)
       identity(boardOptions.serialNumber),
       clock(boardOptions.time),
       random(boardOptions.random),
+      ports{PortOf(boardOptions, 0), PortOf(boardOptions, 1)},
       options(std::move(boardOptions)),
       advancedTo(options.time()) {
     inputs.SetIdentity(options.identity);
@@ -197,10 +239,12 @@ void Board::Advance() {
         Tick();
     }
     advancedTo = now;
+    for (BoardSerialPort& port : ports)
+        port.SetTime(now);
 }
 
 bool Board::IsIdle() const {
-    if (!pulses.IsIdle()) return false;
+    if (!pulses.IsIdle() || !std::ranges::all_of(ports, &BoardSerialPort::IsIdle)) return false;
     return !powered ||
            (recording.IsIdle() && pulsedInputs.IsIdle(inputs) && releases.IsIdle(inputs));
 }
@@ -209,6 +253,10 @@ bool Board::IsIdle() const {
 void Board::Tick() {
     hoppers.Tick(releases, pulses);
     pulses.Tick(inputs);
+    for (BoardSerialPort& port : ports) {
+        port.SetTime(advancedTo);
+        port.Tick();
+    }
     if (!powered) return;
     pulsedInputs.Tick(inputs);
     releases.Tick(inputs, outputs);
@@ -223,6 +271,8 @@ void Board::PowerDown() {
     releases.PowerDown();
     reels.PowerDown();
     recording.PowerDown();
+    for (BoardSerialPort& port : ports)
+        port.PowerDown();
 }
 
 void Board::PowerUp() {
@@ -234,6 +284,8 @@ void Board::PowerUp() {
     clock.PowerUp();
     random.PowerUp();
     spi.PowerUp();
+    for (BoardSerialPort& port : ports)
+        port.PowerUp();
 }
 
 BoardContents Board::Contents() const {

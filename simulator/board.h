@@ -2,6 +2,8 @@
 #ifndef MARVANE_SIMULATOR_BOARD_H
 #define MARVANE_SIMULATOR_BOARD_H
 
+#include <array>
+
 #include "board_answer.h"
 #include "board_clock.h"
 #include "board_contents.h"
@@ -16,6 +18,7 @@
 #include "board_random.h"
 #include "board_recording.h"
 #include "board_reels.h"
+#include "board_serial_port.h"
 #include "board_spi.h"
 #include "board_time.h"
 
@@ -31,6 +34,7 @@ struct BoardOptions {
     bool eepromBlank = false;  // else it holds bytes that differ everywhere
     TimeSource time = NoTime;
     RandomSource random = SeededRandom(1);
+    std::array<SerialLine, kSerialPortCount> serialLines{};
 };
 
 /// Does no I/O, starts no thread and locks nothing: a front end that is called by several
@@ -72,6 +76,7 @@ public:
     BoardClock clock;
     BoardRandom random;
     BoardSpi spi;
+    std::array<BoardSerialPort, kSerialPortCount> ports;
 
     // What the cabinet does by itself.
     BoardPulses pulses;

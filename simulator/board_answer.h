@@ -46,6 +46,12 @@ constexpr std::size_t ReplyLimit(Model model) {
     return model == Model::kK40 ? 62 : 256;
 }
 
+/// The most data bytes that one transfer carries in a reply.
+constexpr std::size_t TransferLimit(Model model, int speedMbit) {
+    if (model == Model::kK40) return ReplyLimit(model);
+    return speedMbit == 12 ? 60 : 252;
+}
+
 }  // namespace simulator
 
 #endif

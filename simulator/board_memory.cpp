@@ -20,7 +20,6 @@ constexpr unsigned kProgramPages = 3;
 constexpr std::size_t kFullSpeedPacket = 64;
 constexpr std::size_t kHighSpeedPacket = 256;
 constexpr std::size_t kCommandOverhead = 3;  // of a packet, beside the code and its payload
-constexpr std::size_t kReplyOverhead = 4;    // of a packet on a K44 or K50
 
 constexpr std::size_t kFlatHeader = 3;
 constexpr std::size_t kPagedHeader = 5;
@@ -47,6 +46,7 @@ struct BoardMemory::Range {
 BoardMemory::BoardMemory(Model boardModel, int speedMbit)
     : model(boardModel),
       packetSize(speedMbit == 12 ? kFullSpeedPacket : kHighSpeedPacket),
+      replyLimit(TransferLimit(model, speedMbit)),
       bytes(model == Model::kK40 ? kFlatSize : kPageSize * PageCount(model)) {}
 
 std::optional<std::size_t> BoardMemory::PlaceOf(unsigned page, std::size_t offset,
@@ -78,9 +78,7 @@ bool BoardMemory::Restore(Payload contents) {
 }
 
 Answer BoardMemory::Read(const Range& range) const {
-    const std::size_t limit =
-        model == Model::kK40 ? ReplyLimit(model) : packetSize - kReplyOverhead;
-    if (range.length > limit) return Refuse(status::kTooLong);
+    if (range.length > replyLimit) return Refuse(status::kTooLong);
     const auto place = PlaceOf(range.page, range.offset, range.length);
     if (range.length == 0 || !place) return Refuse(status::kOutOfRange);
 

@@ -47,7 +47,8 @@ private:
     Answer Write(const Range& range, Payload data);
 
     Model model;
-    std::size_t packetSize;  // bytes of a command or reply that one transfer carries
+    std::size_t packetSize;  // bytes of a command that one transfer carries
+    std::size_t replyLimit;
     std::vector<std::uint8_t> bytes;
     bool programRunning = false;
     bool downloadBegun = false;

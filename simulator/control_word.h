@@ -26,10 +26,11 @@ struct ControlWord {
     std::string (*perform)(Target, WordList);
 };
 
-std::span<const ControlWord> InputWords();    // switches, buttons and coins
-std::span<const ControlWord> MachineWords();  // hoppers and reels
-std::span<const ControlWord> BoardWords();    // clock, battery, security switches, SPI, EEPROM
-std::span<const ControlWord> DeviceWords();   // plug, failures, log and state
+std::span<const ControlWord> InputWords();       // switches, buttons and coins
+std::span<const ControlWord> MachineWords();     // hoppers and reels
+std::span<const ControlWord> BoardWords();       // clock, battery, security switches, SPI, EEPROM
+std::span<const ControlWord> SerialLineWords();  // the serial lines
+std::span<const ControlWord> DeviceWords();      // plug, failures, log and state
 
 /// Two words for the two levels of something.
 struct Levels {

@@ -14,7 +14,7 @@ namespace {
 
 // In the order in which the help lists them.
 constexpr std::span<const ControlWord> (*kFamilies[])() = {InputWords, MachineWords, BoardWords,
-                                                           DeviceWords};
+                                                           SerialLineWords, DeviceWords};
 
 const ControlWord& WordNamed(const std::string& name) {
     for (const auto family : kFamilies) {

@@ -7,6 +7,7 @@
 
 #include "board_argument.h"
 #include "device_report_machine.h"
+#include "device_report_serial.h"
 #include "hex.h"
 #include "json_text.h"
 
@@ -169,6 +170,7 @@ std::string StateAsJson(const Device& device) {
         {"identity", IdentityOf(board.identity)},
         {"random", RandomOf(board.random)},
         {"spi", SpiOf(board.spi)},
+        {"serial", SerialPortsOf(board)},
     };
     return TextOf(state) + "\n";
 }

@@ -1,0 +1,147 @@
+// Moves words between the application, the board and what hangs on the line.
+#include "board_serial_port.h"
+
+#include <utility>
+
+namespace simulator {
+namespace {
+
+constexpr std::uint8_t kHighestType = 3;
+constexpr std::uint8_t kNineBitType = 1;
+constexpr std::uint8_t kHighestParityCode = 3;
+constexpr SerialWord kNineBits = 0x1FF;
+
+// Of a timestamped reply: its length must fit the byte in which the library keeps it.
+constexpr std::size_t kRecordLimit = 255;
+
+// Answers to answers: a loop must come to an end.
+constexpr int kMostRounds = 8;
+
+}  // namespace
+
+BoardSerialPort::BoardSerialPort(std::size_t limitOfReplies, SerialLine serialLine)
+    : replyLimit(limitOfReplies), line(serialLine), device(DeviceFor(serialLine)) {}
+
+Answer BoardSerialPort::Configure(Payload payload) {
+    if (payload[0] > kHighestType || payload[1] > kHighestParityCode) {
+        return Refuse(status::kOutOfRange);
+    }
+    setting = {payload[0], payload[1], payload[2], payload[3], {payload[4], payload[5]}};
+    parityErrors = 0;
+    return {};
+}
+
+bool BoardSerialPort::HasNineBits() const {
+    return setting && setting->type == kNineBitType;
+}
+
+Answer BoardSerialPort::Send(Payload payload) {
+    if (payload.size() % WordSize() != 0) return Refuse(status::kMalformedPayload);
+    if (!HasNineBits()) {
+        PutOnLine({payload.begin(), payload.end()});
+        return {};
+    }
+    SerialWords words;
+    for (std::size_t i = 0; i < payload.size(); i += 2) {
+        words.push_back(static_cast<SerialWord>((payload[i] << 8 | payload[i + 1]) & kNineBits));
+    }
+    PutOnLine(std::move(words));
+    return {};
+}
+
+void BoardSerialPort::AppendWord(std::vector<std::uint8_t>& bytes, SerialWord word) const {
+    if (HasNineBits()) bytes.push_back(static_cast<std::uint8_t>(word >> 8));
+    bytes.push_back(static_cast<std::uint8_t>(word));
+}
+
+Answer BoardSerialPort::Receive(Payload) {
+    Answer answer;
+    for (const Received& entry : received.Take(replyLimit / WordSize()))
+        AppendWord(answer.reply, entry.word);
+    return answer;
+}
+
+Answer BoardSerialPort::ReceiveWithTimestamps(Payload) {
+    Answer answer;
+    const std::size_t count = std::min(replyLimit, kRecordLimit) / (WordSize() + 1);
+    for (const Received& entry : received.Take(count)) {
+        AppendWord(answer.reply, entry.word);
+        answer.reply.push_back(entry.timestamp);
+    }
+    if (answer.reply.empty()) answer.reply.push_back(Timestamp());
+    return answer;
+}
+
+Answer BoardSerialPort::ReportParityErrors(Payload) {
+    return {
+        status::kAccepted,
+        {static_cast<std::uint8_t>(parityErrors >> 8), static_cast<std::uint8_t>(parityErrors)}};
+}
+
+std::uint8_t BoardSerialPort::Timestamp() const {
+    return static_cast<std::uint8_t>(now.time_since_epoch().count());
+}
+
+void BoardSerialPort::PutOnLine(SerialWords words) {
+    for (int round = 0; round < kMostRounds && !words.empty(); ++round) {
+        words = Hear(std::visit([&](auto& end) { return end.Hear(words); }, device));
+    }
+}
+
+// Result: what the board says to it at once.
+SerialWords BoardSerialPort::Hear(std::span<const SerialWord> words) {
+    if (!IsListening()) {
+        unheard += words.size();
+        return {};
+    }
+    for (const SerialWord word : words)
+        received.Push({word, Timestamp()});
+    return {};
+}
+
+void BoardSerialPort::Feed(std::span<const SerialWord> words) {
+    PutOnLine(Hear(words));
+}
+
+void BoardSerialPort::FeedParityErrors(unsigned count) {
+    if (IsListening()) parityErrors = static_cast<std::uint16_t>(parityErrors + count);
+}
+
+SerialWords BoardSerialPort::TakeSent() {
+    auto* end = std::get_if<OpenEnd>(&device);
+    return end == nullptr ? SerialWords{} : end->sent.Take();
+}
+
+std::size_t BoardSerialPort::SentWords() const {
+    const auto* end = std::get_if<OpenEnd>(&device);
+    return end == nullptr ? 0 : end->sent.Size();
+}
+
+std::size_t BoardSerialPort::DroppedWords() const {
+    const auto* end = std::get_if<OpenEnd>(&device);
+    return unheard + received.Dropped() + (end == nullptr ? 0 : end->sent.Dropped());
+}
+
+void BoardSerialPort::Attach(SerialLine newLine) {
+    line = newLine;
+    device = DeviceFor(newLine);
+}
+
+void BoardSerialPort::PowerUp() {
+    powered = true;
+    setting.reset();
+    received = {};
+    unheard = 0;
+    parityErrors = 0;
+    if (auto* end = std::get_if<OpenEnd>(&device)) *end = {};
+}
+
+bool BoardSerialPort::IsIdle() const {
+    return std::visit([](const auto& end) { return end.IsIdle(); }, device);
+}
+
+void BoardSerialPort::Tick() {
+    PutOnLine(Hear(std::visit([](auto& end) { return end.Tick(); }, device)));
+}
+
+}  // namespace simulator

@@ -1,0 +1,39 @@
+// Names and makes what hangs on serial lines.
+#include "line_device.h"
+
+#include <utility>
+
+namespace simulator {
+namespace {
+
+constexpr std::pair<SerialLine, const char*> kNames[] = {
+    {SerialLine::kNone, "none"},
+    {SerialLine::kLoop, "loop"},
+    {SerialLine::kTerminal, "pty"},
+};
+
+}  // namespace
+
+const char* NameOfLine(SerialLine line) {
+    return std::ranges::find(kNames, line, [](const auto& entry) { return entry.first; })->second;
+}
+
+std::optional<SerialLine> SerialLineNamed(std::string_view name) {
+    for (const auto& [line, itsName] : kNames) {
+        if (name == itsName) return line;
+    }
+    return std::nullopt;
+}
+
+SerialWords OpenEnd::Hear(std::span<const SerialWord> words) {
+    for (const SerialWord word : words)
+        sent.Push(word);
+    return {};
+}
+
+LineDevice DeviceFor(SerialLine line) {
+    if (line == SerialLine::kLoop) return Loop();
+    return OpenEnd();
+}
+
+}  // namespace simulator

@@ -1,0 +1,56 @@
+// What hangs on the other end of a board's serial lines.
+//
+// Every device is copied with its board and has the same three functions: what it answers at once
+// to what the board sent, what it says by itself when a millisecond passes, and whether it says
+// nothing by itself. Devices keep their state when the board loses its power.
+#ifndef MARVANE_SIMULATOR_LINE_DEVICE_H
+#define MARVANE_SIMULATOR_LINE_DEVICE_H
+
+#include <optional>
+#include <span>
+#include <string_view>
+#include <variant>
+
+#include "bounded_queue.h"
+#include "serial_line.h"
+
+namespace simulator {
+
+constexpr std::size_t kLineQueueLimit = 65536;  // words that wait on one side of a line
+
+enum class SerialLine {
+    kNone,      // the cabinet feeds and drains
+    kLoop,      // everything comes back
+    kTerminal,  // a pseudo-terminal
+};
+
+/// As the command line, the control channel and the state call it.
+const char* NameOfLine(SerialLine line);
+std::optional<SerialLine> SerialLineNamed(std::string_view name);
+
+/// Nothing that answers: what the board sends waits until somebody takes it.
+class OpenEnd {
+public:
+    SerialWords Hear(std::span<const SerialWord> words);
+    static SerialWords Tick() { return {}; }
+    static bool IsIdle() { return true; }
+
+    BoundedQueue<SerialWord, kLineQueueLimit> sent;
+};
+
+class Loop {
+public:
+    static SerialWords Hear(std::span<const SerialWord> words) {
+        return {words.begin(), words.end()};
+    }
+    static SerialWords Tick() { return {}; }
+    static bool IsIdle() { return true; }
+};
+
+using LineDevice = std::variant<OpenEnd, Loop>;
+
+LineDevice DeviceFor(SerialLine line);
+
+}  // namespace simulator
+
+#endif
