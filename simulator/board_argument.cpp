@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstring>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <utility>
 
@@ -41,17 +43,50 @@ std::optional<int> Number(const std::string& text) {
     return number;
 }
 
+// The parts between colons. One without an "=" belongs to the one before, as "blank" does.
+std::vector<std::string> PartsOf(const std::string& text) {
+    std::vector<std::string> parts;
+    std::string rest = text;
+    while (true) {
+        const auto next = CutFrom(rest, ":");
+        if (parts.empty() || rest.find('=') != std::string::npos) {
+            parts.push_back(rest);
+        } else {
+            parts.back() += ":" + rest;
+        }
+        if (!next) return parts;
+        rest = *next;
+    }
+}
+
+void ParseIdentity(const std::string& text, const std::string& identity, BoardOptions& board) {
+    const auto number = Number(identity);
+    if (!number || *number < 0 || *number >= static_cast<int>(kIdentityCount)) {
+        Refuse(text, "identities are 0 to 7");
+    }
+    board.identity = static_cast<unsigned>(*number);
+}
+
+void ParseSetting(const std::string& text, const std::string& setting, BoardOptions& board) {
+    std::string name = setting;
+    const std::string value = CutFrom(name, "=").value_or("");
+    if (name == "id") {
+        ParseIdentity(text, value, board);
+    } else if (name == "eeprom") {
+        ParseEeprom(value, board);
+    } else if (name.starts_with("serial")) {
+        ParseSerialLine(setting.substr(std::strlen("serial")), board);
+    } else {
+        Refuse(text, "there is no setting " + name);
+    }
+}
+
 Request ParseBoard(const std::string& text, const BoardOptions& common) {
     Request request{.board = common};
-    std::string rest = text;
-    if (const auto eeprom = CutFrom(rest, ":eeprom=")) ParseEeprom(*eeprom, request.board);
-    if (const auto identity = CutFrom(rest, ":id=")) {
-        const auto number = Number(*identity);
-        if (!number || *number < 0 || *number >= static_cast<int>(kIdentityCount)) {
-            Refuse(text, "identities are 0 to 7");
-        }
-        request.board.identity = static_cast<unsigned>(*number);
-    }
+    const std::vector<std::string> parts = PartsOf(text);
+    for (const std::string& setting : std::span(parts).subspan(1))
+        ParseSetting(text, setting, request.board);
+    std::string rest = parts.front();
     if (const auto speed = CutFrom(rest, "@")) {
         if (*speed != "12" && *speed != "480") Refuse(text, "the speed is 12 or 480 (Mbit/s)");
         request.board.speedMbit = *speed == "12" ? 12 : 480;
@@ -111,6 +146,18 @@ void ParseEeprom(const std::string& text, BoardOptions& board) {
     }
     board.eeprom = *part;
     board.eepromBlank = blank.has_value();
+}
+
+void ParseSerialLine(const std::string& text, BoardOptions& board) {
+    std::string port = text;
+    const std::string name = CutFrom(port, "=").value_or("");
+    const auto line = SerialLineNamed(name);
+    if ((port != "0" && port != "1") || !line) {
+        throw std::invalid_argument("serial line " + text +
+                                    ": the ports are 0 and 1, and on them " + SerialLineNames() +
+                                    ", as in 0=loop");
+    }
+    board.serialLines[port == "0" ? 0 : 1] = *line;
 }
 
 std::map<int, BoardOptions> ParseBoards(const std::vector<std::string>& texts,

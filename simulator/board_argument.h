@@ -13,7 +13,8 @@ namespace simulator {
 // The functions that parse throw std::invalid_argument with a message for the user.
 
 /// Boards by device number, from texts of the form
-/// [NUMBER=]MODEL[@SPEED][:id=IDENTITY][:eeprom=PART[:blank]]. Boards without a number get the
+/// [NUMBER=]MODEL[@SPEED][:SETTING ...], each setting id=IDENTITY, eeprom=PART[:blank],
+/// serial0=WHAT or serial1=WHAT. Boards without a number get the
 /// lowest ones that no other board asks for. What a text leaves open is as in the common options;
 /// serial numbers follow from the device numbers.
 std::map<int, BoardOptions> ParseBoards(const std::vector<std::string>& texts,
@@ -21,6 +22,9 @@ std::map<int, BoardOptions> ParseBoards(const std::vector<std::string>& texts,
 
 /// PART[:blank]
 void ParseEeprom(const std::string& text, BoardOptions& board);
+
+/// PORT=WHAT
+void ParseSerialLine(const std::string& text, BoardOptions& board);
 
 /// "k40", "k44" or "k50".
 const char* NameOf(Model model);

@@ -37,16 +37,16 @@ bool BoardSerialPort::HasNineBits() const {
 
 Answer BoardSerialPort::Send(Payload payload) {
     if (payload.size() % WordSize() != 0) return Refuse(status::kMalformedPayload);
-    if (!HasNineBits()) {
-        PutOnLine({payload.begin(), payload.end()});
-        return {};
-    }
-    SerialWords words;
-    for (std::size_t i = 0; i < payload.size(); i += 2) {
-        words.push_back(static_cast<SerialWord>((payload[i] << 8 | payload[i + 1]) & kNineBits));
-    }
-    PutOnLine(std::move(words));
+    PutOnLine(WordsIn(payload));
     return {};
+}
+
+SerialWords BoardSerialPort::WordsIn(Payload bytes) const {
+    if (!HasNineBits()) return {bytes.begin(), bytes.end()};
+    SerialWords words;
+    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
+        words.push_back(static_cast<SerialWord>((bytes[i] << 8 | bytes[i + 1]) & kNineBits));
+    return words;
 }
 
 void BoardSerialPort::AppendWord(std::vector<std::uint8_t>& bytes, SerialWord word) const {
@@ -110,6 +110,20 @@ void BoardSerialPort::FeedParityErrors(unsigned count) {
 SerialWords BoardSerialPort::TakeSent() {
     auto* end = std::get_if<OpenEnd>(&device);
     return end == nullptr ? SerialWords{} : end->sent.Take();
+}
+
+void BoardSerialPort::FeedBytes(std::vector<std::uint8_t>& bytes) {
+    const SerialWords words = WordsIn(bytes);
+    bytes.erase(bytes.begin(),
+                bytes.begin() + static_cast<std::ptrdiff_t>(words.size() * WordSize()));
+    Feed(words);
+}
+
+std::vector<std::uint8_t> BoardSerialPort::TakeSentBytes() {
+    std::vector<std::uint8_t> bytes;
+    for (const SerialWord word : TakeSent())
+        AppendWord(bytes, word);
+    return bytes;
 }
 
 std::size_t BoardSerialPort::SentWords() const {

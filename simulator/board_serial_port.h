@@ -43,6 +43,9 @@ public:
     void FeedParityErrors(unsigned count);
     /// What the board sent, where nothing on the line heard it.
     SerialWords TakeSent();
+    // The same in bytes, as commands hold them; half a word is left.
+    void FeedBytes(std::vector<std::uint8_t>& bytes);
+    std::vector<std::uint8_t> TakeSentBytes();
     void Attach(SerialLine newLine);
 
     const std::optional<SerialSetting>& Setting() const { return setting; }
@@ -75,6 +78,7 @@ private:
     void PutOnLine(SerialWords words);
     SerialWords Hear(std::span<const SerialWord> words);
     std::size_t WordSize() const { return HasNineBits() ? 2 : 1; }
+    SerialWords WordsIn(Payload bytes) const;
     void AppendWord(std::vector<std::uint8_t>& bytes, SerialWord word) const;
 
     std::size_t replyLimit;

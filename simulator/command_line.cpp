@@ -18,8 +18,8 @@ constexpr char kRunHelp[] =
     "  marvane-sim ctl  [--pid PID] WORD ...     drives a running simulation from outside\n"
     "  marvane-sim join [--pid PID] -- COMMAND   runs one more command in front of it\n"
     "\n"
-    "BOARD is [NUMBER=]MODEL[@SPEED][:id=IDENTITY][:eeprom=PART[:blank]], for example k44,\n"
-    "k40@12 or 5=k50:id=3:eeprom=24LC64.\n"
+    "BOARD is [NUMBER=]MODEL[@SPEED][:id=IDENTITY][:eeprom=PART[:blank]][:serial0=WHAT]\n"
+    "[:serial1=WHAT], for example k44, k40@12 or 5=k50:id=3:eeprom=24LC64:serial0=pty.\n"
     "The exit status is the command's, 128 + n when signal n ended it, 125 when the simulation\n"
     "failed, 126 when the command cannot be executed, 127 when there is none.";
 
@@ -72,6 +72,7 @@ void AddPid(CLI::App& app, std::optional<pid_t>& process) {
 struct BoardTexts {
     std::vector<std::string> boards;
     std::optional<std::string> eeprom;
+    std::vector<std::string> serialLines;
     std::optional<unsigned> seed;
     bool firmwareRunning = false;
 };
@@ -80,6 +81,8 @@ std::map<int, BoardOptions> Boards(const BoardTexts& texts) try {
     BoardOptions common{
         .firmwareRunning = texts.firmwareRunning, .time = MachineTime, .random = MachineRandom};
     if (texts.eeprom) ParseEeprom(*texts.eeprom, common);
+    for (const std::string& text : texts.serialLines)
+        ParseSerialLine(text, common);
     std::map<int, BoardOptions> boards = ParseBoards(texts.boards, common);
     if (!texts.seed) return boards;
     for (auto& [number, board] : boards)
@@ -98,6 +101,11 @@ RunArguments ReadRun(int count, char** values) {
         ->required();
     app.add_option("--eeprom", texts.eeprom,
                    "PART[:blank], the EEPROM of boards that name none; a 24LC256 without it");
+    app.add_option("--serial", texts.serialLines,
+                   "PORT=WHAT, what hangs on serial port 0 or 1 of boards that say nothing "
+                   "themselves: " +
+                       SerialLineNames())
+        ->allow_extra_args(false);
     app.add_flag("--firmware-running", texts.firmwareRunning,
                  "the boards run their program already");
     app.add_option("--seed", texts.seed, "the boards' random numbers are the same in each run")

@@ -25,6 +25,13 @@ std::optional<SerialLine> SerialLineNamed(std::string_view name) {
     return std::nullopt;
 }
 
+std::string SerialLineNames() {
+    std::string names;
+    for (const auto& [line, itsName] : kNames)
+        names.append(names.empty() ? "" : ", ").append(itsName);
+    return names;
+}
+
 SerialWords OpenEnd::Hear(std::span<const SerialWord> words) {
     for (const SerialWord word : words)
         sent.Push(word);

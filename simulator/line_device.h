@@ -8,6 +8,7 @@
 
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <variant>
 
@@ -27,6 +28,8 @@ enum class SerialLine {
 /// As the command line, the control channel and the state call it.
 const char* NameOfLine(SerialLine line);
 std::optional<SerialLine> SerialLineNamed(std::string_view name);
+/// All of them, for people: "none, loop, ...".
+std::string SerialLineNames();
 
 /// Nothing that answers: what the board sends waits until somebody takes it.
 class OpenEnd {

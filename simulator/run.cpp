@@ -15,6 +15,7 @@
 #include "driver_stand_in.h"
 #include "ipc_namespace.h"
 #include "preload.h"
+#include "serial_terminals.h"
 #include "simulations.h"
 #include "state_directory.h"
 #include "state_keeper.h"
@@ -57,6 +58,8 @@ int RunBehindTestbed(const RunArguments& arguments) {
     ClaimFolder(driver.Folder());
     std::optional<StateKeeper> keeper;
     if (state) keeper.emplace(*state, driver);
+    const SerialTerminals terminals(driver);
+    std::cout << terminals.List() << std::flush;
     const ControlServer control(driver, driver.Folder() / kControlSocketName);
     PointToTestbed(driver.Folder());
     return RunAndWait(arguments.command, callersMask);

@@ -65,4 +65,48 @@ TEST(SerialLinesTest, ShowTellsOfBothPorts) {
                         ""}));
 }
 
+// Opens the terminal whose name follows the colon of a line, and runs the steps on it.
+Finished PlayOnTerminal(const std::string& line, const std::string& steps) {
+    return RunProgram({"python3", "-c",
+                       "import os, sys, time\n"
+                       "f = os.open(sys.argv[1], os.O_RDWR | os.O_NOCTTY)\n"
+                       "def get(n):\n"
+                       "    b = b''\n"
+                       "    while len(b) < n: b += os.read(f, n - len(b))\n"
+                       "    print(b.hex())\n" +
+                           steps,
+                       line.substr(line.find(": ") + 2)});
+}
+
+TEST(SerialLinesTest, TerminalCarriesEveryByteBothWays) {
+    Program simulation(Simulated(
+        {"--board", "k44:serial1=pty", "--serial", "0=pty", "--board", "k40:serial0=none"},
+        "$CLIENT k44 0 97/3/00000000d901 97/4/010000006400 98/3/000d0aff 98/4/01800003 >/dev/null\n"
+        "for step in 99/3/00 99/4; do\n"
+        "    until $CLIENT k44 0 $step | grep -v ' -'; do sleep 0.05; done\n"
+        "done"));
+    const std::string lines[] = {simulation.ReadLine(), simulation.ReadLine()};
+    EXPECT_EQ(lines[0].substr(0, 27), "board 0 serial 0: /dev/pts/");
+    EXPECT_EQ(lines[1].substr(0, 27), "board 0 serial 1: /dev/pts/");
+    EXPECT_EQ(PlayOnTerminal(lines[0], "get(4); os.write(f, bytes.fromhex('0d00030aff'))"),
+              (Finished{0, "000d0aff\n", ""}));
+    EXPECT_EQ(simulation.ReadLine(), "0 0d00030aff");
+    EXPECT_EQ(PlayOnTerminal(lines[1],
+                             "os.write(f, b'\\1'); time.sleep(0.1)\n"
+                             "os.write(f, b'\\x80'); get(4)"),
+              (Finished{0, "01800003\n", ""}));
+    EXPECT_EQ(simulation.Wait(), (Finished{0, "0 0180\n", ""}));
+}
+
+TEST(SerialLinesTest, TerminalThatNobodyReadsHoldsNothingUp) {
+    const Finished finished =
+        RunSimulated({"--board", "k44", "--serial", "0=pty"},
+                     "bytes=$(printf '%0500d' 0)\n"
+                     "$CLIENT k44 0 97/3/00000000d901 $(yes 98/3/$bytes | head -100) | uniq\n"
+                     "$SIM ctl 0 serial 0 line none");
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.output.substr(finished.output.find('\n')), "\n0 -\n");
+    EXPECT_NE(finished.complaints.find("a line that is a pty stays one"), std::string::npos);
+}
+
 }  // namespace
