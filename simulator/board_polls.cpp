@@ -176,13 +176,12 @@ bool BoardPolls::Take(SerialWord word) {
     if (!waiting) return false;
     auto reply = waiting->reply.Take(word);
     if (!reply) return true;
-    const std::size_t slot = waiting->slot;
-    waiting.reset();
-    TakeReply(slot, std::move(*reply));
+    const Waiting ended = *std::exchange(waiting, std::nullopt);
+    TakeReply(ended.slot, std::move(*reply), ended.isAfterReply);
     return true;
 }
 
-void BoardPolls::TakeReply(std::size_t index, SerialFrame reply) {
+void BoardPolls::TakeReply(std::size_t index, SerialFrame reply, bool isAfterReply) {
     PollSlot& slot = slots[index];
     slot.lacksReply = !IsRight(slot.settings, reply);
     if (slot.lacksReply) {
@@ -191,7 +190,7 @@ void BoardPolls::TakeReply(std::size_t index, SerialFrame reply) {
     }
     ++slot.rightReplies;
     Keep(slot, std::move(reply));
-    if (slot.settings.mode == kSecondAfterReply && !slot.settings.second.empty()) {
+    if (slot.settings.mode == kSecondAfterReply && !isAfterReply && !slot.settings.second.empty()) {
         owesSecond = index;
     }
 }
@@ -205,6 +204,7 @@ SerialWords BoardPolls::Tick() {
     // One message at a time: what is heard next is the answer to it.
     if (waiting) return {};
     if (const auto slot = std::exchange(owesSecond, std::nullopt)) {
+        Await(*slot, true);
         return slots[*slot].settings.second;
     }
     if (timeoutMessage.IsArmed() && timeoutMessage.quiet >= timeoutMessage.after) {
@@ -218,10 +218,11 @@ void BoardPolls::TickWaiting() {
     if (!waiting) return;
     waiting->left -= kTick;
     if (waiting->left.count() > 0) return;
-    PollSlot& slot = slots[waiting->slot];
+    const Waiting ended = *std::exchange(waiting, std::nullopt);
+    if (ended.isAfterReply) return;
+    PollSlot& slot = slots[ended.slot];
     slot.lacksReply = true;
     ++slot.missingReplies;
-    waiting.reset();
 }
 
 SerialWords BoardPolls::SendNextPoll() {
@@ -233,15 +234,20 @@ SerialWords BoardPolls::SendNextPoll() {
         const SerialWords& message = NextMessage(slot);
         if (message.empty()) continue;
 
-        const PollSettings& settings = slot.settings;
         ++slot.sentPolls;
         lastPolled = index;
-        waiting = {.slot = index,
-                   .reply = {settings.lengthOffset, settings.lengthExtra},
-                   .left = settings.replyTimeout};
+        Await(index, false);
         return message;
     }
     return {};
+}
+
+void BoardPolls::Await(std::size_t index, bool isAfterReply) {
+    const PollSettings& settings = slots[index].settings;
+    waiting = {.slot = index,
+               .reply = {settings.lengthOffset, settings.lengthExtra},
+               .left = settings.replyTimeout,
+               .isAfterReply = isAfterReply};
 }
 
 bool BoardPolls::IsIdle() const {

@@ -3,9 +3,10 @@
 //
 // What follows is the simulator's own choice, boards may differ:
 // - Mode 0 stops a slot, 1 sends message 1 every period, 2 sends message 1 and 2 in turn, 3 sends
-//   message 1 every period and message 2 after each right reply. Nothing waits for an answer to
-//   that message 2. A message of length 0 is not sent, its turn passes. The first message goes out
-//   one period after the configuration; a period of 0 is one of 10 ms.
+//   message 1 every period and message 2 after each right reply to it; what that message 2 is
+//   answered is kept like a reply, and nobody misses it where nothing comes. A message of length 0
+//   is not sent, its turn passes. The first message goes out one period after the configuration; a
+//   period of 0 is one of 10 ms.
 // - A reply has reply[LengthOffset] + LengthExtra bytes. With variant 1 its bytes sum to 0 modulo
 //   256, or it is dropped and counted. Param is the reply time-out in units of 10 ms, 0 for one
 //   period. `Word` and `Byte` change nothing.
@@ -96,12 +97,14 @@ private:
         std::size_t slot;
         SerialFrameCollector reply;
         std::chrono::milliseconds left;
+        bool isAfterReply;  // to the message 2 of mode 3
     };
 
     PollSlot* SlotOf(std::uint8_t index);
     void CancelExchange(std::size_t slot);
+    void Await(std::size_t index, bool isAfterReply);
     void TickWaiting();
-    void TakeReply(std::size_t index, SerialFrame reply);
+    void TakeReply(std::size_t index, SerialFrame reply, bool isAfterReply);
     SerialWords SendNextPoll();
 
     std::size_t replyLimit;

@@ -358,8 +358,9 @@ TEST_F(BoardPollsTest, PollsAnAcceptorAndAPolledDevice) {
     device.Queue(Bytes{0x41});
     device.Queue(Bytes{0x42});
     polls.Configure(Bytes{0, 3, 0, 0, 1, 3, 2, 0, 0, 0, 0, 3, 3, 2, 0, 2, 2, 0, 2});
-    EXPECT_EQ(RunWith(device, 21), (SerialWords{2, 1, 0x42, 0x41})) << "answer to message 2";
+    EXPECT_EQ(RunWith(device, 21), SerialWords{});
     EXPECT_EQ(Read(), Accepted({1, 0, 2, 1, 0x41, 0x42}));
+    EXPECT_EQ(Read(), Accepted({1, 0, 2, 1, 0x42, 0x41})) << "answer to message 2";
 }
 
 TEST(BoardPollsRandomTest, HostilePayloadsAndRepliesAreSurvived) {
