@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,6 +29,7 @@ constexpr unsigned char kAcceptor = 2;
 constexpr unsigned char kHost = 1;
 constexpr std::size_t kFrameBytes = 5;  // of a message beside its data
 
+constexpr unsigned char kAnswer = 0;
 constexpr unsigned char kReset = 1;
 constexpr unsigned char kModifyMasterInhibit = 228;
 constexpr unsigned char kReadCredit = 229;  // event counter, then five pairs: coin, sorter path
@@ -35,7 +37,7 @@ constexpr unsigned char kModifyInhibit = 231;
 constexpr unsigned char kRequestProduct = 244;
 constexpr int kPollPeriodMs = 100;
 constexpr unsigned kEventsTold = 5;
-constexpr unsigned kCreditFrame = 5 + 1 + 2 * kEventsTold;
+constexpr std::size_t kCreditBytes = 1 + 2 * kEventsTold;
 constexpr unsigned kLastEventNumber = 255;  // the counter goes on with 1; 0 is for after a reset
 
 // The library gives these bytes no meaning. Here they mean what the simulated boards make of them;
@@ -49,22 +51,26 @@ constexpr unsigned kNoAnswer = 2;          // likewise: the device does not answ
 constexpr unsigned kMessagesWereLost = 3;  // likewise: a message, and earlier ones did not fit
 constexpr unsigned kHostWasAway = 4;       // likewise: the board had stopped polling
 
+// How long this program may be silent. The board stops polling before it stops the acceptor: so a
+// program that comes back is told that it was away.
+constexpr double kPollingStopsAfter = 2;  // seconds
+constexpr float kAcceptorStopsAfter = 3;  // seconds
+
+unsigned char SumOf(const Bytes& bytes) {
+    return static_cast<unsigned char>(std::accumulate(bytes.begin(), bytes.end(), 0U));
+}
+
 Bytes Frame(unsigned char header, const Bytes& data = {}) {
     Bytes frame = {kAcceptor, static_cast<unsigned char>(data.size()), kHost, header};
-    frame.insert(frame.end(), data.begin(), data.end());
-    unsigned char sum = 0;
-    for (const unsigned char byte : frame)
-        sum = static_cast<unsigned char>(sum + byte);
-    frame.push_back(static_cast<unsigned char>(-sum));
+    for (const unsigned char byte : data)
+        frame.push_back(byte);
+    frame.push_back(static_cast<unsigned char>(-SumOf(frame)));
     return frame;
 }
 
 bool IsAnswer(const Bytes& frame) {
-    unsigned char sum = 0;
-    for (const unsigned char byte : frame)
-        sum = static_cast<unsigned char>(sum + byte);
     return frame.size() >= kFrameBytes && frame.size() == frame[1] + kFrameBytes &&
-           frame[0] == kHost && frame[2] == kAcceptor && sum == 0;
+           frame[0] == kHost && frame[2] == kAcceptor && frame[3] == kAnswer && SumOf(frame) == 0;
 }
 
 class Acceptor {
@@ -84,9 +90,12 @@ private:
         return false;
     }
     bool ConfigurePort();
+    bool Receive(Bytes& received);
     bool Ask(unsigned char header, const Bytes& data, Bytes& answer);
+    bool SetTimeouts();
+    bool LetCoinsIn();
     bool HaveItPolled();
-    void PrintEvents(const Bytes& credit);
+    bool PrintEvents(const Bytes& credit);
 
     MarvaneUSB& board;
     unsigned lastEvent = 0;
@@ -99,22 +108,34 @@ bool Acceptor::ConfigurePort() {
     return board.SetConfig(kPort, &line, kPortType) || Complain("The port cannot be used");
 }
 
-/** Sends a message by hand and waits for its answer; afterwards the board does that by itself. */
-bool Acceptor::Ask(unsigned char header, const Bytes& data, Bytes& answer) {
-    Bytes frame = Frame(header, data);
-    if (!board.Send(kPort, frame.data(), static_cast<unsigned>(frame.size()))) {
-        return Complain("Sending failed");
-    }
-    Bytes received;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(500);
-    while (Clock::now() < deadline && !IsAnswer(received)) {
-        unsigned char buffer[256];
-        unsigned long length = 0;
+/** Appends all that has come meanwhile. */
+bool Acceptor::Receive(Bytes& received) {
+    unsigned char buffer[256];
+    unsigned long length = 0;
+    do {
         if (!board.ReceiveEx(kPort, buffer, sizeof buffer, &length)) {
             return Complain("Receiving failed");
         }
         received.insert(received.end(), buffer, buffer + length);
-        if (length == 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    } while (length > 0);
+    return true;
+}
+
+/** Sends a message by hand and waits for its answer; the polled one the board sends by itself. */
+bool Acceptor::Ask(unsigned char header, const Bytes& data, Bytes& answer) {
+    // What came before is no answer to this message: the time-out message, for one, had its own.
+    Bytes received;
+    if (!Receive(received)) return false;
+    received.clear();
+
+    Bytes frame = Frame(header, data);
+    if (!board.Send(kPort, frame.data(), static_cast<unsigned>(frame.size()))) {
+        return Complain("Sending failed");
+    }
+    const auto deadline = Clock::now() + std::chrono::milliseconds(500);
+    while (Clock::now() < deadline && !IsAnswer(received)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        if (!Receive(received)) return false;
     }
     if (!IsAnswer(received)) {
         std::fprintf(stderr, "The acceptor does not answer message %u.\n", header);
@@ -124,6 +145,22 @@ bool Acceptor::Ask(unsigned char header, const Bytes& data, Bytes& answer) {
     return true;
 }
 
+/** Should this program die, the board stops the acceptor: nobody would see its coins. */
+bool Acceptor::SetTimeouts() {
+    Bytes inhibit = Frame(kModifyMasterInhibit, {0});
+    return (board.SetTimeoutMessage(kPort, inhibit.data(),
+                                    static_cast<unsigned char>(inhibit.size()),
+                                    kAcceptorStopsAfter) &&
+            board.SetPolledHostTimeout(kPort, kIndex, kPollingStopsAfter)) ||
+           Complain("The time-outs cannot be set");
+}
+
+bool Acceptor::LetCoinsIn() {
+    Bytes answer;
+    return Ask(kModifyInhibit, {0xFF, 0xFF}, answer) && Ask(kModifyMasterInhibit, {1}, answer);
+}
+
+/** The second message cannot be left out: here it is five zeroes, and the mode never sends it. */
 bool Acceptor::HaveItPolled() {
     const Bytes readCredit = Frame(kReadCredit);
     CCTalkConfig poll = {};
@@ -136,21 +173,14 @@ bool Acceptor::HaveItPolled() {
 }
 
 bool Acceptor::Begin() {
-    Bytes answer;
-    if (!ConfigurePort() || !Ask(kReset, {}, answer) || !Ask(kRequestProduct, {}, answer)) {
-        return false;
-    }
-    std::printf("acceptor: %s\n", std::string(answer.begin(), answer.end()).c_str());
+    // A program that died may have left the board polling.
+    if (!ConfigurePort()) return false;
+    if (!board.DeletePolledMessage(kPort, kIndex)) return Complain("The board polls on");
 
-    // Should this program die, the board stops the acceptor: nobody would see its coins.
-    Bytes inhibit = Frame(kModifyMasterInhibit, {0});
-    if (!board.SetTimeoutMessage(kPort, inhibit.data(), static_cast<unsigned char>(inhibit.size()),
-                                 2) ||
-        !board.SetPolledHostTimeout(kPort, kIndex, 2)) {
-        return Complain("The time-outs cannot be set");
-    }
-    return Ask(kModifyInhibit, {0xFF, 0xFF}, answer) && Ask(kModifyMasterInhibit, {1}, answer) &&
-           HaveItPolled();
+    Bytes answer;
+    if (!Ask(kReset, {}, answer) || !Ask(kRequestProduct, {}, answer)) return false;
+    std::printf("acceptor: %s\n", std::string(answer.begin(), answer.end()).c_str());
+    return SetTimeouts() && LetCoinsIn() && HaveItPolled();
 }
 
 bool Acceptor::PrintCoins() {
@@ -166,33 +196,43 @@ bool Acceptor::PrintCoins() {
             std::fprintf(stderr, "The acceptor does not answer any more.\n");
             return false;
         }
-        if (status == kHostWasAway) std::printf("the board had stopped polling meanwhile\n");
+        if (status == kHostWasAway) {
+            std::printf("this program was away: now coins are let in again\n");
+            if (!LetCoinsIn()) return false;
+        }
         if (status == kMessagesWereLost) std::printf("messages were lost; the counter tells\n");
         const Bytes frame(message, message + length);
-        if (IsAnswer(frame) && length == kCreditFrame) {
-            PrintEvents(Bytes(frame.begin() + 4, frame.end() - 1));
+        if (IsAnswer(frame) && length == kFrameBytes + kCreditBytes &&
+            !PrintEvents(Bytes(frame.begin() + 4, frame.end() - 1))) {
+            return false;
         }
     } while (length > 0);
     return true;
 }
 
-/** First no coin may come any more, then the last ones are read. */
+/** By hand again: first no coin may come any more, then the last ones are read. */
 bool Acceptor::End() {
+    if (!PrintCoins()) return false;
+    unsigned char nothing = 0;
+    if (!board.DeletePolledMessage(kPort, kIndex) ||
+        !board.SetTimeoutMessage(kPort, &nothing, 0, 0)) {
+        return Complain("The board polls on");
+    }
     Bytes answer;
-    if (!Ask(kModifyMasterInhibit, {0}, answer)) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2 * kPollPeriodMs));
-    return PrintCoins() &&
-           (board.DeletePolledMessage(kPort, kIndex) || Complain("The board polls on"));
+    if (!Ask(kModifyMasterInhibit, {0}, answer) || !Ask(kReadCredit, {}, answer)) return false;
+    return answer.size() != kCreditBytes || PrintEvents(answer);
 }
 
 /** The counter, not the list, says what is new: no coin is missed silently or counted twice. */
-void Acceptor::PrintEvents(const Bytes& credit) {
+bool Acceptor::PrintEvents(const Bytes& credit) {
     const unsigned event = credit[0];
-    if (event == 0) {
-        lastEvent = 0;
-        return;
+    if (event == 0 && lastEvent != 0) {
+        std::fprintf(stderr, "The acceptor has started anew, and lets no coin in.\n");
+        return false;
     }
-    const unsigned fresh = (event + kLastEventNumber - lastEvent) % kLastEventNumber;
+    const unsigned fresh = event > lastEvent
+                               ? event - lastEvent
+                               : (event + kLastEventNumber - lastEvent) % kLastEventNumber;
     lastEvent = event;
     if (fresh > kEventsTold) {
         std::printf("%u events are lost: they came too fast\n", fresh - kEventsTold);
@@ -205,6 +245,7 @@ void Acceptor::PrintEvents(const Bytes& credit) {
         std::printf("coin %u\n", coin);
     }
     std::fflush(stdout);
+    return true;
 }
 
 }  // namespace
