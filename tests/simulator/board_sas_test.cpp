@@ -33,16 +33,15 @@ struct Line {
 
 TEST(BoardSasTest, TheModeDecidesWhichPollsAreAnswered) {
     struct Case {
-        int mode, value;
+        int mode, value, status;
         Counts counts;
         SerialWords lastAnswer, received;
-        int status;
     };
     const Case cases[] = {
-        {0, 7, {1, 0, 1, 0, 0}, {}, {0x181, 0x101, 0x1F, 0x02}, 2},
-        {1, 7, {1, 1, 1, 0, 0}, {7}, {0x101, 0x1F, 0x02}, 3},
-        {2, 7, {1, 1, 1, 1, 0}, {1, 7}, {}, 1},
-        {2, 0, {1, 1, 1, 1, 1}, {1, 0}, {}, 1},
+        {0, 7, 2, {1, 0, 1, 0, 0}, {}, {0x181, 0x101, 0x1F, 0x02}},
+        {1, 7, 3, {1, 1, 1, 0, 0}, {7}, {0x101, 0x1F, 0x02}},
+        {2, 7, 1, {1, 1, 1, 1, 0}, {1, 7}, {}},
+        {2, 0, 1, {1, 1, 1, 1, 1}, {1, 0}, {}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.mode * 100 + c.value);
@@ -88,6 +87,10 @@ TEST(BoardSasTest, PollsForOthersGoNowhereAndWithoutAnAddressEverythingPasses) {
     line.Run(1);
     EXPECT_EQ(line.Status(), 1);
 
+    line.Deliver({0x17F, 0x20, 0x181});
+    line.Run(6);
+    EXPECT_EQ(line.Status(), 4) << "a poll that another cuts short has no answer";
+
     EXPECT_EQ(line.board.SetAddress(Bytes{128}), Refused(103));
     EXPECT_EQ(line.board.SetAutoReply(Bytes{3, 0}), Refused(103));
 }
@@ -106,6 +109,22 @@ TEST(BoardSasTest, AHostGoesOnWithoutAnswers) {
     for (int i = 0; i < 100; ++i)
         EXPECT_TRUE(host.SendLongPoll(Bytes{1}));
     EXPECT_FALSE(host.SendLongPoll(Bytes{1}));
+}
+
+TEST(BoardSasTest, AHostWaits20MsForAnAnswer) {
+    for (const auto& [ms, answers] : {std::pair{19, 1u}, {20, 0u}}) {
+        SCOPED_TRACE(ms);
+        SasHost host;
+        host.SendLongPoll(Bytes{1});
+        EXPECT_EQ(host.Tick(), (SerialWords{0x101, 1}));
+        for (int i = 0; i < ms; ++i)
+            host.Tick();
+        host.Hear(SerialWords{1, 0});
+        for (int i = 0; i < 5; ++i)
+            host.Tick();
+        EXPECT_EQ(host.Seen(), (Counts{0, 0, 1, answers, answers}));
+        EXPECT_TRUE(host.IsIdle());
+    }
 }
 
 }  // namespace
