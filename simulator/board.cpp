@@ -44,17 +44,30 @@ Answer AcceptDiagnosticData(Board&, Payload) {
     return {};
 }
 
-// A command of a serial port that must be configured for it.
-template <std::size_t port, auto function>
-Answer CallPort(Board& board, Payload payload) {
-    BoardSerialPort& serial = board.ports[port];
-    if (!serial.Setting()) return Refuse(status::kNotConfigured);
-    return (serial.*function)(payload);
-}
-
 template <std::size_t port>
 Answer ConfigurePort(Board& board, Payload payload) {
+    board.ports[port].polls.OnCommand();
     return board.ports[port].Configure(payload);
+}
+
+// All other commands of a serial port need it configured.
+template <class Act>
+Answer OnConfigured(BoardSerialPort& port, Act act) {
+    if (!port.Setting()) return Refuse(status::kNotConfigured);
+    port.polls.OnCommand();
+    return act();
+}
+
+template <std::size_t number, auto function>
+Answer CallPort(Board& board, Payload payload) {
+    BoardSerialPort& port = board.ports[number];
+    return OnConfigured(port, [&] { return (port.*function)(payload); });
+}
+
+template <std::size_t number, auto part, auto function>
+Answer CallPart(Board& board, Payload payload) {
+    BoardSerialPort& port = board.ports[number];
+    return OnConfigured(port, [&] { return ((port.*part).*function)(payload); });
 }
 
 enum ModelSet : unsigned { kK40Only = 1, kK50Only = 4, kNotK40 = 2 | 4, kAllModels = 1 | 2 | 4 };
@@ -169,6 +182,17 @@ constexpr Command kSerialCommands[] = {
     {kSerial + port,  99, kAllModels, 1 - port, 1 - port, CallPort<port, &BoardSerialPort::Receive>},
     {kSerial + port, 100, kAllModels, 0, 0, CallPort<port, &BoardSerialPort::ReportParityErrors>},
     {kSerial + port, 102, kAllModels, 0, 0, CallPort<port, &BoardSerialPort::ReceiveWithTimestamps>},
+
+    {kSerial + port, 101, kAllModels, 2, 2 + kTimeoutMessageLimit, CallPart<port, &BoardSerialPort::polls, &BoardPolls::SetTimeoutMessage>},
+    {kSerial + port, 103, kAllModels, 13, 13 + 2 * kPollMessageLimit, CallPart<port, &BoardSerialPort::polls, &BoardPolls::Configure>},
+    {kSerial + port, 104, kAllModels, 1, 1, CallPart<port, &BoardSerialPort::polls, &BoardPolls::Empty>},
+    {kSerial + port, 105, kAllModels, 1, 1, CallPart<port, &BoardSerialPort::polls, &BoardPolls::Read>},
+    {kSerial + port, 106, kAllModels, 1, 1, CallPart<port, &BoardSerialPort::polls, &BoardPolls::Delete>},
+    {kSerial + port, 121, kAllModels, 2, 2, CallPart<port, &BoardSerialPort::polls, &BoardPolls::SetHostTimeout>},
+
+    {kSerial + port, 122, kNotK40,    1, 1, CallPart<port, &BoardSerialPort::sas, &BoardSas::SetAddress>},
+    {kSerial + port, 123, kNotK40,    2, 2, CallPart<port, &BoardSerialPort::sas, &BoardSas::SetAutoReply>},
+    {kSerial + port, 124, kNotK40,    0, 0, CallPart<port, &BoardSerialPort::sas, &BoardSas::ReportStatus>},
 };
 // clang-format on
 

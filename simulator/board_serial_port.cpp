@@ -20,7 +20,10 @@ constexpr int kMostRounds = 8;
 }  // namespace
 
 BoardSerialPort::BoardSerialPort(std::size_t limitOfReplies, SerialLine serialLine)
-    : replyLimit(limitOfReplies), line(serialLine), device(DeviceFor(serialLine)) {}
+    : polls(limitOfReplies),
+      replyLimit(limitOfReplies),
+      line(serialLine),
+      device(DeviceFor(serialLine)) {}
 
 Answer BoardSerialPort::Configure(Payload payload) {
     if (payload[0] > kHighestType || payload[1] > kHighestParityCode) {
@@ -94,9 +97,13 @@ SerialWords BoardSerialPort::Hear(std::span<const SerialWord> words) {
         unheard += words.size();
         return {};
     }
-    for (const SerialWord word : words)
-        received.Push({word, Timestamp()});
-    return {};
+    SerialWords replies;
+    for (const SerialWord word : words) {
+        const auto [taken, reply] = sas.Hear(word);
+        replies.insert(replies.end(), reply.begin(), reply.end());
+        if (!taken && !polls.Take(word)) received.Push({word, Timestamp()});
+    }
+    return replies;
 }
 
 void BoardSerialPort::Feed(std::span<const SerialWord> words) {
@@ -147,15 +154,21 @@ void BoardSerialPort::PowerUp() {
     received = {};
     unheard = 0;
     parityErrors = 0;
+    polls = BoardPolls(replyLimit);
+    sas = {};
     if (auto* end = std::get_if<OpenEnd>(&device)) *end = {};
 }
 
 bool BoardSerialPort::IsIdle() const {
-    return std::visit([](const auto& end) { return end.IsIdle(); }, device);
+    return std::visit([](const auto& end) { return end.IsIdle(); }, device) &&
+           (!powered || (polls.IsIdle() && sas.IsIdle()));
 }
 
 void BoardSerialPort::Tick() {
     PutOnLine(Hear(std::visit([](auto& end) { return end.Tick(); }, device)));
+    if (!powered) return;
+    PutOnLine(sas.Tick());
+    PutOnLine(polls.Tick());
 }
 
 }  // namespace simulator

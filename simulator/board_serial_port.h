@@ -6,6 +6,8 @@
 //   first, of which no reply holds only one. The other types are the same: eight bits at a time.
 // - A port that is not configured hears nothing. Configuring it again sets the parity errors back
 //   to 0 and keeps what was received. Parity, flags and rate change nothing.
+// - A word that comes belongs to a SAS poll, else to a poll that waits for its reply, else to the
+//   receive queue.
 // - Plain receives and those with timestamps take from the same queue. A timestamp is the time of
 //   arrival in ms modulo 256; where nothing was received, the only byte of the reply is now's.
 #ifndef MARVANE_SIMULATOR_BOARD_SERIAL_PORT_H
@@ -14,6 +16,8 @@
 #include <optional>
 
 #include "board_answer.h"
+#include "board_polls.h"
+#include "board_sas.h"
 #include "board_time.h"
 #include "line_device.h"
 
@@ -38,6 +42,10 @@ public:
     Answer ReportParityErrors(Payload payload);
     Answer ReceiveWithTimestamps(Payload payload);
 
+    // What the board does on the line by itself; for a port that is configured.
+    BoardPolls polls;
+    BoardSas sas;
+
     /// Words come over the line, beside what hangs on it.
     void Feed(std::span<const SerialWord> words);
     void FeedParityErrors(unsigned count);
@@ -51,6 +59,8 @@ public:
     const std::optional<SerialSetting>& Setting() const { return setting; }
     bool HasNineBits() const;
     SerialLine Line() const { return line; }
+    LineDevice& Device() { return device; }
+    const LineDevice& Device() const { return device; }
     std::size_t ReceivedWords() const { return received.Size(); }
     std::size_t SentWords() const;
     /// Words that came while there was no room or nobody to hear them, and those that were sent

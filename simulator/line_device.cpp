@@ -7,9 +7,9 @@ namespace simulator {
 namespace {
 
 constexpr std::pair<SerialLine, const char*> kNames[] = {
-    {SerialLine::kNone, "none"},
-    {SerialLine::kLoop, "loop"},
-    {SerialLine::kTerminal, "pty"},
+    {SerialLine::kNone, "none"},     {SerialLine::kLoop, "loop"},
+    {SerialLine::kTerminal, "pty"},  {SerialLine::kCctalk, "cctalk"},
+    {SerialLine::kPolled, "polled"}, {SerialLine::kSas, "sas"},
 };
 
 }  // namespace
@@ -39,7 +39,19 @@ SerialWords OpenEnd::Hear(std::span<const SerialWord> words) {
 }
 
 LineDevice DeviceFor(SerialLine line) {
-    if (line == SerialLine::kLoop) return Loop();
+    switch (line) {
+        case SerialLine::kLoop:
+            return Loop();
+        case SerialLine::kCctalk:
+            return CctalkAcceptor();
+        case SerialLine::kPolled:
+            return PolledDevice();
+        case SerialLine::kSas:
+            return SasHost();
+        case SerialLine::kNone:
+        case SerialLine::kTerminal:
+            break;
+    }
     return OpenEnd();
 }
 

@@ -13,6 +13,9 @@
 #include <variant>
 
 #include "bounded_queue.h"
+#include "cctalk_acceptor.h"
+#include "polled_device.h"
+#include "sas_host.h"
 #include "serial_line.h"
 
 namespace simulator {
@@ -23,6 +26,9 @@ enum class SerialLine {
     kNone,      // the cabinet feeds and drains
     kLoop,      // everything comes back
     kTerminal,  // a pseudo-terminal
+    kCctalk,    // a coin acceptor
+    kPolled,    // an RS-232 device that speaks when it is polled
+    kSas,       // a SAS host
 };
 
 /// As the command line, the control channel and the state call it.
@@ -50,7 +56,7 @@ public:
     static bool IsIdle() { return true; }
 };
 
-using LineDevice = std::variant<OpenEnd, Loop>;
+using LineDevice = std::variant<OpenEnd, Loop, CctalkAcceptor, PolledDevice, SasHost>;
 
 LineDevice DeviceFor(SerialLine line);
 

@@ -42,6 +42,15 @@ TEST_F(BoardSerialPortTest, RefusesWhatThePortDoesNotKnow) {
         {"receive", false, 99, 4, kNotConfigured, {}},
         {"parity errors", false, 100, 3, kNotConfigured, {}},
         {"timestamps", false, 102, 4, kNotConfigured, {}},
+        {"time-out message", false, 101, 3, kNotConfigured, {1, 1, 7}},
+        {"read a poll", false, 105, 4, kNotConfigured, {0}},
+        {"SAS address", false, 122, 3, kNotConfigured, {1}},
+        {"poll without its messages' lengths", true, 103, 3, kMalformed, Bytes(12, 0)},
+        {"two bytes to empty a slot", true, 104, 3, kMalformed, {0, 0}},
+        {"index 4", true, 106, 4, kOutOfRange, {4}},
+        {"host time-out of index 4", true, 121, 4, kOutOfRange, {4, 1}},
+        {"SAS mode without a value", true, 123, 3, kMalformed, {1}},
+        {"SAS status with something", true, 124, 3, kMalformed, {0}},
         {"nothing to send", true, 98, 4, kMalformed, {}},
         {"half a word", true, 98, 3, kMalformed, {0, 1, 0}},
         {"receive without its number", true, 99, 3, kMalformed, {}},
@@ -149,6 +158,73 @@ TEST_F(BoardSerialPortTest, QueuesKeepTheLatestAndPowerUpForgets) {
     EXPECT_EQ(Send(99, 3, {0}), Accepted());
     EXPECT_EQ(port.TakeSent(), SerialWords());
     EXPECT_EQ(port.DroppedWords(), 0U);
+}
+
+TEST_F(BoardSerialPortTest, PollsGoToTheAcceptorAndNothingOfThemToTheReceiveQueue) {
+    board.ports[1].Attach(SerialLine::kCctalk);
+    Send(97, 4, kEightBits);
+    Send(98, 4, {2, 2, 1, 231, 0xFF, 0xFF, 22});
+    EXPECT_EQ(Send(99, 4), Accepted({1, 0, 2, 0, 253})) << "the mask is acknowledged";
+    // Every 50 ms, each reply, read credit as message 1.
+    EXPECT_EQ(Send(103, 4, {3, 1, 0, 1, 1, 5, 5, 0, 0, 0, 0, 5, 0, 2, 0, 1, 229, 24}), Accepted());
+    std::get<CctalkAcceptor>(board.ports[1].Device()).Insert(7);
+    now += milliseconds(49);
+    EXPECT_EQ(Send(105, 4, {3}), Accepted({0, 0}));
+    now += milliseconds(1);
+    EXPECT_EQ(Send(105, 4, {3}),
+              Accepted({1, 0, 1, 11, 2, 0, 1, 7, 1, 0, 0, 0, 0, 0, 0, 0, 0, 233}));
+    EXPECT_EQ(Send(99, 4), Accepted());
+    board.PowerDown();
+    now += milliseconds(100);
+    board.PowerUp();
+    Send(97, 4, kEightBits);
+    now += milliseconds(100);
+    EXPECT_EQ(Send(105, 4, {3}), Accepted({0, 0})) << "polls are forgotten";
+}
+
+TEST_F(BoardSerialPortTest, AnyCommandOfThePortPutsOffItsTimeoutMessage) {
+    Send(97, 3, kEightBits);
+    Send(97, 4, kEightBits);
+    Send(101, 3, {2, 2, 0xAB, 0xCD});  // after 60 ms
+    for (const std::uint8_t command : Bytes{97, 100}) {
+        now += milliseconds(59);
+        Send(command, 3, command == 97 ? kEightBits : Bytes());
+    }
+    now += milliseconds(59);
+    Send(100, 4);
+    EXPECT_EQ(board.ports[0].SentWords(), 0U);
+    now += milliseconds(1000);
+    board.Advance();
+    EXPECT_EQ(board.ports[0].TakeSent(), (SerialWords{0xAB, 0xCD})) << "once";
+}
+
+TEST_F(BoardSerialPortTest, SasPollsAreAnsweredOrReceived) {
+    board.ports[0].Attach(SerialLine::kSas);
+    auto& host = std::get<SasHost>(board.ports[0].Device());
+    Send(97, 3, kNineBits);
+    EXPECT_EQ(Send(122, 3, {5}), Accepted());
+    EXPECT_EQ(Send(123, 3, {1, 0x1F}), Accepted());
+    host.SetAddress(5);
+    host.SendLongPoll(Bytes{0x2F, 0x03});
+    host.SetPolling(true);
+    now += milliseconds(300);
+    EXPECT_EQ(Send(99, 3, {0}), Accepted({1, 5, 0, 0x2F, 0, 3})) << "the long poll is the host's";
+    EXPECT_EQ(Send(124, 3), Accepted({3}));
+    EXPECT_EQ(host.Seen(),
+              (SasHost::Counts{.generalPolls = 1, .generalAnswers = 1, .longPolls = 1}));
+    EXPECT_EQ(host.LastAnswer(), SerialWords{0x1F});
+    Send(123, 3, {2, 0});
+    host.SetPolling(false);
+    host.SendLongPoll(Bytes{0x10});
+    now += milliseconds(300);
+    board.Advance();
+    EXPECT_EQ(host.Seen().busyAnswers, 1U);
+
+    Board old({.model = Model::kK40});
+    old.Handle(97, 3, kNineBits);
+    EXPECT_EQ(old.Handle(122, 3, Bytes{5}), Refused(100));
+    Board newer({.model = Model::kK44});
+    EXPECT_EQ(newer.Handle(124, 4, {}), Refused(kNotConfigured)) << "not the hopper's 124";
 }
 
 }  // namespace

@@ -30,12 +30,20 @@ TEST(SerialLinesTest, WordsThatCannotBeCarriedOutAreRefused) {
         {"2 drain", 2, "the port must be a number from 0 to 1"},
         {"0", 2, "what happens on the line is missing"},
         {"0 dance", 2, "nothing on a line is called 'dance'"},
-        {"0 feed 0", 2, "the bytes must be pairs of hex digits, not '0'"},
+        {"0 feed 0", 2, "the bytes must be 1 to 65536 in hex, not '0'"},
         {"0 feed 00 00", 2, "nothing may follow before '00'"},
         {"0 feed9 1ff 200", 2, "a word must be 0 to 1ff in hex, not '200'"},
         {"0 parity 65536", 2, "the number of errors must be a number from 1 to 65535"},
         {"0 line modem", 2, "nothing of the name 'modem' hangs on a line"},
         {"0 line pty", 1, "no other becomes one"},
+        {"0 insert 17", 2, "the coin must be a number from 1 to 16"},
+        {"0 insert 1", 1, "on the line hangs none, not cctalk"},
+        {"0 event 000102030405060708090a0b0c0d0e0f1011121314", 2, "1 to 20 in hex"},
+        {"0 event 00", 1, "not polled"},
+        {"0 mute", 1, "not polled"},
+        {"0 host 128", 2, "the address must be a number from 0 to 127"},
+        {"0 host on", 1, "not sas"},
+        {"0 long 01", 1, "not sas"},
         {"1 line loop && $SIM ctl 0 serial 1 drain", 1, "goes to loop"},
     };
     std::string script, statuses;
@@ -56,13 +64,33 @@ TEST(SerialLinesTest, ShowTellsOfBothPorts) {
                      "$SIM ctl 0 serial 1 feed 010203; $SIM ctl 0 serial 1 parity 4\n"
                      "$SIM ctl 0 serial 0 feed 01; $SIM ctl 0 serial 0 line loop\n"
                      "$SIM ctl 0 show | sed '1,/\"serial\"/d' | tr -d ' \\n'");
-    EXPECT_EQ(finished,
-              (Finished{0,
-                        R"({"line":"loop","configuration":null,"received":0,"sent":0,"dropped":1,)"
-                        R"("parityErrors":0},{"line":"none","configuration":{"type":1,)"
-                        R"("parityCode":2,"flagBits2And3":3,"flagBit1":1,"rate":"64ff"},)"
-                        R"("received":3,"sent":2,"dropped":0,"parityErrors":4}]})",
-                        ""}));
+    EXPECT_EQ(
+        finished,
+        (Finished{0,
+                  R"({"line":"loop","configuration":null,"received":0,"sent":0,"dropped":1,)"
+                  R"("parityErrors":0,"polls":{},"timeoutMessage":null,"sas":null,"device":null},)"
+                  R"({"line":"none","configuration":{"type":1,)"
+                  R"("parityCode":2,"flagBits2And3":3,"flagBit1":1,"rate":"64ff"},)"
+                  R"("received":3,"sent":2,"dropped":0,"parityErrors":4,"polls":{},)"
+                  R"("timeoutMessage":null,"sas":null,"device":null}]})",
+                  ""}));
+}
+
+TEST(SerialLinesTest, DevicesAnswerAndShowTellsOfThem) {
+    const Finished finished = RunSimulated(
+        {"--board", "k44:serial0=cctalk", "--serial", "1=polled"},
+        "ctl() { $SIM ctl 0 serial \"$@\"; }\n"
+        "show() { $SIM ctl 0 show | tr -d ' \\n' | sed 's/.*\"serial\"://; s/\"general[^,]*,//g'; }\n"
+        "$CLIENT k44 0 97/3/00000000d901 97/4/000000006400 98/3/020201e7ff7f96 101/3/00010a "
+        "103/3/0201000101050500000000050002000001fd >/dev/null\n"
+        "ctl 0 insert 15; ctl 0 insert 16; ctl 1 event aabb; ctl 1 event cc; ctl 1 mute\n"
+        "$CLIENT k44 0 98/4/020002 99/4; ctl 1 speak; $CLIENT k44 0 98/4/020002 99/4\n"
+        "show | sed 's/.*\"sas\"/\"sas\"/'; ctl 0 line none\n"
+        "$CLIENT k44 0 106/3/02 103/3/02010001010500000000000500020001fdff 122/4/11 123/4/0207 "
+        ">/dev/null\n"
+        "ctl 1 line sas; ctl 1 host 17; ctl 1 long 1f02; ctl 1 host on\n"
+        "until show | grep -q 'lastAnswer\":\"07\"'; do sleep 0.05; done; ctl 1 host off; show");
+    EXPECT_EQ(finished, (Finished{0, "", ""}));
 }
 
 // Opens the terminal whose name follows the colon of a line, and runs the steps on it.
