@@ -80,17 +80,35 @@ TEST(SerialLinesTest, DevicesAnswerAndShowTellsOfThem) {
     const Finished finished = RunSimulated(
         {"--board", "k44:serial0=cctalk", "--serial", "1=polled"},
         "ctl() { $SIM ctl 0 serial \"$@\"; }\n"
-        "show() { $SIM ctl 0 show | tr -d ' \\n' | sed 's/.*\"serial\"://; s/\"general[^,]*,//g'; }\n"
-        "$CLIENT k44 0 97/3/00000000d901 97/4/000000006400 98/3/020201e7ff7f96 101/3/00010a "
-        "103/3/0201000101050500000000050002000001fd >/dev/null\n"
+        "show() { $SIM ctl 0 show | tr -d ' \\n' | sed 's/.*\"serial\"://; s/\"general[^,]*,//g'; "
+        "}\n"
+        "$CLIENT k44 0 97/3/00000000d901 97/4/000000006400 98/3/020201e7ff7f96 99/3/00 "
+        "101/3/00010a 103/3/0200010101050500000000050002000001fd 122/4/11 123/4/0207 >/dev/null\n"
         "ctl 0 insert 15; ctl 0 insert 16; ctl 1 event aabb; ctl 1 event cc; ctl 1 mute\n"
-        "$CLIENT k44 0 98/4/020002 99/4; ctl 1 speak; $CLIENT k44 0 98/4/020002 99/4\n"
-        "show | sed 's/.*\"sas\"/\"sas\"/'; ctl 0 line none\n"
-        "$CLIENT k44 0 106/3/02 103/3/02010001010500000000000500020001fdff 122/4/11 123/4/0207 "
-        ">/dev/null\n"
+        "$CLIENT k44 0 98/4/020002 99/4; ctl 1 speak; $CLIENT k44 0 98/4/020002 99/4; show; echo\n"
         "ctl 1 line sas; ctl 1 host 17; ctl 1 long 1f02; ctl 1 host on\n"
-        "until show | grep -q 'lastAnswer\":\"07\"'; do sleep 0.05; done; ctl 1 host off; show");
-    EXPECT_EQ(finished, (Finished{0, "", ""}));
+        "until show | grep -q 'lastAnswer\":\"07\"'; do sleep 0.05; done\n"
+        "ctl 1 host off; show | grep -o '{\"address.*'");
+    const std::string port0 =
+        R"({"line":"cctalk","configuration":{"type":0,"parityCode":0,"flagBits2And3":0,)"
+        R"("flagBit1":0,"rate":"d901"},"received":0,"sent":0,"dropped":0,"parityErrors":0,)"
+        R"("polls":{"2":{"mode":0,"option":1,"periodMs":50,"hostTimeoutMs":0,"stopped":false,)"
+        R"("messages":0,"sentPolls":0,"rightReplies":0,"wrongReplies":0,"missingReplies":0}},)"
+        R"("timeoutMessage":{"message":"0a","afterMs":0,"sent":false},"sas":null,)"
+        R"("device":{"muted":false,"master":1,"mask":32767,"eventCounter":1,)"
+        R"("lastCoins":[15,0,0,0,0],"acceptedCoins":1,"returnedCoins":1,"wrongFrames":0}})";
+    const std::string port1 =
+        R"({"line":"polled","configuration":{"type":0,"parityCode":0,"flagBits2And3":0,)"
+        R"("flagBit1":0,"rate":"6400"},"received":0,"sent":0,"dropped":0,"parityErrors":0,)"
+        R"("polls":{},"timeoutMessage":null,"sas":{"address":17,"mode":2,"value":7},)"
+        R"("device":{"muted":false,"queuedEvents":1,"rightFrames":1,"wrongFrames":0}})";
+    const std::string host =
+        R"({"address":17,"mode":2,"value":7},"device":{"polling":false,"address":17,)"
+        R"("longPolls":1,"longAnswers":1,"busyAnswers":0,"lastAnswer":"07"}}]})";
+    EXPECT_EQ(finished, (Finished{0,
+                                  "accepted\nreturned\n0 -\n0 -\n0 -\n0 0202aabb11\n[" + port0 +
+                                      "," + port1 + "]}\n" + host + "\n",
+                                  ""}));
 }
 
 // Opens the terminal whose name follows the colon of a line, and runs the steps on it.
