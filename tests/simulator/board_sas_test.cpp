@@ -100,9 +100,10 @@ TEST(BoardSasTest, AHostGoesOnWithoutAnswers) {
     host.SetAddress(9);
     host.SetPolling(true);
     SerialWords sent;
-    for (int ms = 0; ms < 1000; ++ms)
+    for (int ms = 0; ms < 1000; ++ms) {
         for (const SerialWord word : host.Tick())
             sent.push_back(word);
+    }
     EXPECT_EQ(sent, SerialWords(5, 0x189));
     EXPECT_EQ(host.Seen(), (Counts{5, 0, 0, 0, 0}));
 
