@@ -33,7 +33,7 @@ struct SerialSetting {
 
 class BoardSerialPort {
 public:
-    BoardSerialPort(std::size_t replyLimit, SerialLine line);
+    BoardSerialPort(std::size_t limitOfReplies, SerialLine serialLine);
 
     Answer Configure(Payload payload);
     // The others are for a port that is configured.
