@@ -26,8 +26,11 @@ protected:
         usbInput inputs = {};
         return opened.GetInputs(&inputs) ? inputs.bytes[3] & 7 : -1;
     }
+    /** The input next to the identity's is on, too. */
     void AddBoardWithIdentity(int deviceNo, unsigned identity) {
-        driver.AddBoard(deviceNo, Model::kK44).inputs.SetIdentity(identity);
+        auto& inputs = driver.AddBoard(deviceNo, Model::kK44).inputs;
+        inputs.SetIdentity(identity);
+        inputs.Set(27, true);
     }
 };
 
@@ -129,12 +132,15 @@ TEST_F(DiscoveryTest, InitOpensTheFirstBoardThatOpens) {
     EXPECT_EQ(board.init(5), 0);
     EXPECT_EQ(board.GetLastError(), 0);  // cleared before each attempt
 
+    driver.AddBoard(15, Model::kK44);
+    EXPECT_EQ(board.init(0), 1) << "the last number";
+    board.close();
     driver.AddBoard(3, Model::kK44);
     driver.SetNode(3, false);
     driver.AddBoard(9, Model::kK50);
     driver.AddBoard(12, Model::kK40);
     EXPECT_EQ(board.init(0), 1);
-    EXPECT_EQ(driver.OpenedDevices(), std::vector<int>({9}));
+    EXPECT_EQ(driver.OpenedDevices(), std::vector<int>({15, 9}));
     EXPECT_EQ(FittedBoard(), 3);
 }
 
@@ -173,12 +179,16 @@ TEST_F(DiscoveryTest, InitUSBBoardFindsTheIdentityAmongTheFirstEight) {
 TEST_F(DiscoveryTest, InitUSBBoardGoesOnAfterABoardThatDoesNotAnswer) {
     AddBoardWithIdentity(0, 2);
     AddBoardWithIdentity(1, 2);
-    driver.AnswerWith([this](const Exchange&) {
-        return driver.OpenedDevices().back() == 0 ? DriverAnswer{.error = 5}
-                                                  : DriverAnswer{.reply = {0, 0, 0, 2, 0}};
+    AddBoardWithIdentity(2, 2);
+    // Board 0 cannot be opened, board 1 does not tell its inputs.
+    driver.AnswerWith([this](const Exchange& exchange) {
+        const int device = driver.OpenedDevices().back();
+        return device == 0 || (device == 1 && exchange.command == 75)
+                   ? DriverAnswer{.error = 5}
+                   : DriverAnswer{.reply = {0, 0, 0, 2, 0}};
     });
     EXPECT_EQ(board.InitUSBBoard(2), 1);
-    EXPECT_EQ(driver.OpenedDevices(), std::vector<int>({0, 1}));
+    EXPECT_EQ(driver.OpenedDevices(), std::vector<int>({0, 1, 2}));
     EXPECT_EQ(driver.OpenDescriptors(), 1);
 }
 
