@@ -14,6 +14,21 @@
 
 namespace {
 
+const pid_t testProcess = getpid();
+
+}  // namespace
+
+/**
+ * LeakSanitizer asks this before it looks. A child that its only thread ends has left the stack
+ * behind that its parent's objects hang on: nothing there has leaked.
+ */
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizer's name
+extern "C" int __lsan_is_turned_off() {
+    return getpid() != testProcess ? 1 : 0;
+}
+
+namespace {
+
 MarvaneUSB* boardInCallback;
 
 TEST_F(CallbackTest, AForkedChildWaitsForNoThread) {
