@@ -323,10 +323,10 @@ TEST_F(RemovalTest, NoBitOfTheHeadersMakesALoadReadOutsideOrHang) {
         headers.push_back(kFirstBlock + 128 * unit);
 
     const InSharedMemory<std::atomic<std::size_t>> place;
-    Child child([&] {
-        AddAcceptingBoard();
-        system_calls::AttachBetweenGuards(true);
-        for (const std::size_t header : headers) {
+    for (const std::size_t header : headers) {
+        Child child([&] {
+            AddAcceptingBoard();
+            system_calls::AttachBetweenGuards(true);
             const std::size_t length = header == 0 ? kFirstBlock : 128;
             for (std::size_t bit = 8 * header; bit < 8 * (header + length); ++bit) {
                 *place = bit;
@@ -346,10 +346,10 @@ TEST_F(RemovalTest, NoBitOfTheHeadersMakesALoadReadOutsideOrHang) {
                 shmctl(segment, IPC_RMID, nullptr);
                 if (FindSet() != -1) return 4;
             }
-        }
-        return 0;
-    });
-    EXPECT_EQ(child.Wait(), 0) << "bit " << *place % 8 << " of byte " << *place / 8;
+            return 0;
+        });
+        ASSERT_EQ(child.Wait(), 0) << "bit " << *place % 8 << " of byte " << *place / 8;
+    }
 }
 
 }  // namespace
