@@ -1,22 +1,24 @@
 /**
  * @file polls_test.cpp
- * @brief Polled messages: both forms of configuration, times and their rounding, and checks.
+ * @brief Polled messages: configuration, times and their rounding, and reading in several replies.
  */
 #include <algorithm>
 #include <climits>
 #include <cmath>
 #include <limits>
 
-#include "serial_test.h"
+#include "board_test.h"
 
 namespace {
 
-/** A message of 25 bytes that count from `first`, but for the one that tells its length. */
-template <std::size_t kRoom>
-void FillMessage(unsigned char (&message)[kRoom], int first, std::size_t lengthAt, int length) {
-    for (std::size_t i = 0; i < kRoom; ++i)
-        message[i] = static_cast<unsigned char>(first + static_cast<int>(i));
-    if (lengthAt < kRoom) message[lengthAt] = static_cast<unsigned char>(length);
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr std::uint8_t kGuard = 0xEE;
+
+/** Counts from `first`, but for the byte that tells the length. */
+void FillMessage(unsigned char (&message)[25], int first, std::size_t lengthAt, int length) {
+    for (int i = 0; i < 25; ++i)
+        message[i] = static_cast<unsigned char>(first + i);
+    if (lengthAt < 25) message[lengthAt] = static_cast<unsigned char>(length);
 }
 
 /** Data bytes 2 and 0: messages of 7 and 5 bytes. */
@@ -26,7 +28,7 @@ CCTalkConfig CcTalk() {
     config.Mode = 2;
     config.Option = 4;
     config.Param = 0x77;
-    config.TimeMs = 250;
+    config.TimeMs = 9999;
     config.Word = 0x1234;
     config.Byte = 0x56;
     FillMessage(config.Message1, 10, 1, 2);
@@ -34,183 +36,97 @@ CCTalkConfig CcTalk() {
     return config;
 }
 
-/** Lengths at offset 2: messages of 3 + 4 and 1 + 4 bytes. */
-RS232PollConfig Rs232() {
+/** By default messages of 3 + 4 and 1 + 4 bytes. */
+RS232PollConfig Rs232(int lengthAt = 2, int extra = 4, int length1 = 3, int length2 = 1) {
     RS232PollConfig config = {};
     config.Index = 1;
     config.Mode = 3;
-    config.Option = 0;
     config.Param = 0x88;
     config.TimeMs = 19;
     config.Variant = 0x99;
-    config.LengthOffset = 2;
-    config.LengthExtra = 4;
+    config.LengthOffset = static_cast<unsigned char>(lengthAt);
+    config.LengthExtra = static_cast<unsigned char>(extra);
     config.Word = 0xFE01;
     config.Byte = 0xAA;
-    FillMessage(config.Message1, 10, 2, 3);
-    FillMessage(config.Message2, 100, 2, 1);
+    FillMessage(config.Message1, 10, config.LengthOffset, length1);
+    FillMessage(config.Message2, 100, config.LengthOffset, length2);
     return config;
 }
 
-unsigned char someBytes[256];
-unsigned long someLength;
-unsigned someStatus;
-CCTalkConfig someCcTalk;
-RS232PollConfig someRs232;
-
-class PollsTest : public SerialTest {
+class PollsTest : public BoardTest {
 protected:
-    PollsTest() {
-        someCcTalk = CcTalk();
-        someRs232 = Rs232();
+    /** The length of the one request, or nothing sent and out of range. */
+    void ExpectRequest(const std::function<int()>& configure, std::size_t size) {
+        StartAfresh();
+        EXPECT_EQ(configure(), size > 0 ? 1 : 0);
+        EXPECT_EQ(board.GetLastError(), size > 0 ? 0 : 8);
+        const Exchanges sent = driver.Sent();
+        EXPECT_EQ(sent.empty() ? 0 : sent[0].payload.size(), size);
     }
 
-    // clang-format off
-    const std::vector<PortOperation> operations = {
-        {"ConfigureCCTalkPort",    [this](auto port) { return board.ConfigureCCTalkPort(port, &someCcTalk); },
-                                   [this](auto port) { return board.ConfigureCCTalkPort(port, nullptr); }},
-        {"ConfigureRS232Poll",     [this](auto port) { return board.ConfigureRS232Poll(port, &someRs232); },
-                                   [this](auto port) { return board.ConfigureRS232Poll(port, nullptr); }},
-        {"SetTimeoutMessage",      [this](auto port) { return board.SetTimeoutMessage(port, someBytes, 3, 1); },
-                                   [this](auto port) { return board.SetTimeoutMessage(port, nullptr, 0, 1); }},
-        {"SetPolledHostTimeout",   [this](auto port) { return board.SetPolledHostTimeout(port, 3, 1); }},
-        {"EmptyPolledBuffer",      [this](auto port) { return board.EmptyPolledBuffer(port, 3); }},
-        {"DeletePolledMessage",    [this](auto port) { return board.DeletePolledMessage(port, 3); }},
-        {"ReceivePolledMessage",   [this](auto port) { return board.ReceivePolledMessage(port, 3, someBytes, &someLength, &someStatus); },
-                                   [this](auto port) { return board.ReceivePolledMessage(port, 4, nullptr, &someLength, &someStatus); }},
-        {"its length",             [this](auto port) { return board.ReceivePolledMessage(port, 3, someBytes, &someLength, &someStatus); },
-                                   [this](auto port) { return board.ReceivePolledMessage(port, 4, someBytes, nullptr, &someStatus); }},
-        {"its status",             [this](auto port) { return board.ReceivePolledMessage(port, 3, someBytes, &someLength, &someStatus); },
-                                   [this](auto port) { return board.ReceivePolledMessage(port, 4, someBytes, &someLength, nullptr); }},
-        {"ReceivePolledMessageEx", [this](auto port) { return board.ReceivePolledMessageEx(port, 3, someBytes, 0, &someLength, &someStatus); },
-                                   [this](auto port) { return board.ReceivePolledMessageEx(port, 4, nullptr, 0, &someLength, &someStatus); }},
-        {"its length",             [this](auto port) { return board.ReceivePolledMessageEx(port, 3, someBytes, 0, &someLength, &someStatus); },
-                                   [this](auto port) { return board.ReceivePolledMessageEx(port, 4, someBytes, 0, nullptr, &someStatus); }},
-        {"its status",             [this](auto port) { return board.ReceivePolledMessageEx(port, 3, someBytes, 0, &someLength, &someStatus); },
-                                   [this](auto port) { return board.ReceivePolledMessageEx(port, 4, someBytes, 0, &someLength, nullptr); }},
-    };
-    // clang-format on
+    unsigned char bytes[80] = {7, 8, 9};
+    unsigned long length = 99;
+    unsigned status = 77;
 };
 
-TEST_F(PollsTest, PointersThenPortThenConfiguration) {
-    ExpectPortChecks(operations);
-}
-
-TEST_F(PollsTest, ARefusalIsPassedOn) {
-    ExpectStatusPassedOn(operations);
-}
-
 TEST_F(PollsTest, BothFormsSendThirteenBytesAndTheirMessages) {
+    CCTalkConfig ccTalk = CcTalk();
+    RS232PollConfig rs232 = Rs232();
     // clang-format off
-    const Bytes ccTalk = {3, 2, 4,  1, 1, 5,  25, 0x12, 0x34, 0x56, 0x77,  7, 5,
-                          10, 2, 12, 13, 14, 15, 16,  100, 0, 102, 103, 104};
-    const Bytes rs232 = {1, 3, 0,  0x99, 2, 4,  1, 0xFE, 0x01, 0xAA, 0x88,  7, 5,
-                         10, 11, 3, 13, 14, 15, 16,  100, 101, 1, 103, 104};
+    const Bytes ccTalkSent = {3, 2, 4,  1, 1, 5,  255, 0x12, 0x34, 0x56, 0x77,  7, 5,
+                              10, 2, 12, 13, 14, 15, 16,  100, 0, 102, 103, 104};
+    const Bytes rs232Sent = {1, 3, 0,  0x99, 2, 4,  1, 0xFE, 0x01, 0xAA, 0x88,  7, 5,
+                             10, 11, 3, 13, 14, 15, 16,  100, 101, 1, 103, 104};
     // clang-format on
-    for (const Model model : kModels) {
-        OpenConfigured(model);
+    for (const _usbSerialPort port : kPorts) {
+        OpenConfigured(Model::kK40);
         Expect({
-            // clang-format off
-            {"ccTalk, port 0", [this] { return board.ConfigureCCTalkPort(kPort0, &someCcTalk); }, 1, 0, {{103, 3, ccTalk}}},
-            {"ccTalk, port 1", [this] { return board.ConfigureCCTalkPort(kPort1, &someCcTalk); }, 1, 0, {{103, 4, ccTalk}}},
-            {"RS232, port 0",  [this] { return board.ConfigureRS232Poll(kPort0, &someRs232); },   1, 0, {{103, 3, rs232}}},
-            {"RS232, port 1",  [this] { return board.ConfigureRS232Poll(kPort1, &someRs232); },   1, 0, {{103, 4, rs232}}},
-            // clang-format on
+            {CALL(ConfigureCCTalkPort(port, &ccTalk)), 1, 0, {{103, ChannelOf(port), ccTalkSent}}},
+            {CALL(ConfigureRS232Poll(port, &rs232)), 1, 0, {{103, ChannelOf(port), rs232Sent}}},
         });
     }
 }
 
-TEST_F(PollsTest, CcTalkRangesAreCheckedAfterThePort) {
-    struct Case {
-        const char* what;
+TEST_F(PollsTest, RangesAreCheckedAndMessagesAreAsLongAsTheirFramingSays) {
+    OpenConfigured(Model::kK44);
+    struct CcTalkCase {
         void (*change)(CCTalkConfig&);
-        int error;
-        std::size_t length;  // of the request
-    };
-    const Case cases[] = {
-        // clang-format off
-        {"message 1 of 25 bytes", [](CCTalkConfig& c) { c.Message1[1] = 20; },  0, 13 + 25 + 5},
-        {"message 2 of 25 bytes", [](CCTalkConfig& c) { c.Message2[1] = 20; },  0, 13 + 7 + 25},
-        {"both of 25 bytes",      [](CCTalkConfig& c) { c.Message1[1] = c.Message2[1] = 20; }, 0, 63},
-        {"message 1 of 26 bytes", [](CCTalkConfig& c) { c.Message1[1] = 21; },  8, 0},
-        {"message 2 of 26 bytes", [](CCTalkConfig& c) { c.Message2[1] = 21; },  8, 0},
-        {"8-bit sum is 0",        [](CCTalkConfig& c) { c.Message1[1] = 251; }, 8, 0},
-        {"8-bit sum is 4",        [](CCTalkConfig& c) { c.Message2[1] = 255; }, 8, 0},
-        {"index",                 [](CCTalkConfig& c) { c.Index = 4; },         8, 0},
-        {"mode",                  [](CCTalkConfig& c) { c.Mode = 4; },          8, 0},
-        {"mode, low byte 0",      [](CCTalkConfig& c) { c.Mode = 256; },        8, 0},
-        {"mode, largest",         [](CCTalkConfig& c) { c.Mode = 0xFFFFFFFF; }, 8, 0},
-        {"option",                [](CCTalkConfig& c) { c.Option = 5; },        8, 0},
-        {"zeroes",                [](CCTalkConfig& c) { c.Index = 0; c.Mode = 0; c.Option = 0; }, 0, 13 + 7 + 5},
-        // clang-format on
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        OpenConfigured(Model::kK44);
-        CCTalkConfig config = CcTalk();
-        config.TimeMs = 9999;
-        c.change(config);
-        EXPECT_EQ(board.ConfigureCCTalkPort(kPort0, &config), c.error == 0);
-        EXPECT_EQ(board.GetLastError(), c.error);
-        ASSERT_EQ(driver.Sent().size(), c.error == 0 ? 1U : 0U);
-        if (c.error == 0) {
-            EXPECT_EQ(driver.Sent()[0].payload.size(), c.length);
-        }
-        EXPECT_EQ(config.TimeMs, c.error == 0 ? 2550 : 9999) << "a refusal changes nothing";
-    }
-    Open(Model::kK44);
-    CCTalkConfig wrong = CcTalk();
-    wrong.Index = 4;
-    EXPECT_EQ(board.ConfigureCCTalkPort(kPort0, &wrong), 0);
-    EXPECT_EQ(board.GetLastError(), 38) << "configuration before ranges";
-}
-
-TEST_F(PollsTest, Rs232MessagesAreAsLongAsTheirFramingSays) {
-    struct Case {
-        const char* what;
-        unsigned char offset, extra, length1, length2;
-        int error;
         std::size_t request;
     };
-    const Case cases[] = {
+    const CcTalkCase ccTalks[] = {
         // clang-format off
-        {"none",                 0,   0,   0,   0,   0, 13},
-        {"only the second",      24,  0,   0,   25,  0, 13 + 25},
-        {"last offset",          24,  5,   20,  20,  0, 63},
-        {"offset behind it",     25,  0,   0,   0,   8, 0},
-        {"far behind it",        255, 0,   0,   0,   8, 0},
-        {"message 1 of 26",      2,   6,   20,  0,   8, 0},
-        {"message 2 of 26",      2,   6,   0,   20,  8, 0},
-        {"extra alone of 26",    2,   26,  0,   0,   8, 0},
-        {"8-bit sum is 0",       2,   255, 1,   1,   8, 0},
-        {"8-bit sum is 25",      2,   200, 81,  81,  8, 0},
+        {[](auto& c) { c.Message1[1] = c.Message2[1] = 20; },  13 + 25 + 25},
+        {[](auto& c) { c.Message1[1] = 21; },                  0},
+        {[](auto& c) { c.Message2[1] = 21; },                  0},
+        {[](auto& c) { c.Message1[1] = 251; },                 0},  // 0 in eight bits
+        {[](auto& c) { c.Index = c.Option = 0; c.Mode = 0; },  13 + 7 + 5},
+        {[](auto& c) { c.Index = 4; },                         0},
+        {[](auto& c) { c.Mode = 4; },                          0},
+        {[](auto& c) { c.Mode = 256; },                        0},
+        {[](auto& c) { c.Option = 5; },                        0},
         // clang-format on
     };
-    OpenConfigured(Model::kK40);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        StartAfresh();
-        RS232PollConfig config = Rs232();
-        config.LengthOffset = c.offset;
-        config.LengthExtra = c.extra;
-        FillMessage(config.Message1, 10, c.offset, c.length1);
-        FillMessage(config.Message2, 100, c.offset, c.length2);
-        EXPECT_EQ(board.ConfigureRS232Poll(kPort0, &config), c.error == 0);
-        EXPECT_EQ(board.GetLastError(), c.error);
-        ASSERT_EQ(driver.Sent().size(), c.error == 0 ? 1U : 0U);
-        if (c.error == 0) {
-            EXPECT_EQ(driver.Sent()[0].payload.size(), c.request);
-        }
+    for (const CcTalkCase& c : ccTalks) {
+        CCTalkConfig config = CcTalk();
+        c.change(config);
+        SCOPED_TRACE(&c - ccTalks);
+        ExpectRequest([&] { return board.ConfigureCCTalkPort(kPort0, &config); }, c.request);
+        EXPECT_EQ(config.TimeMs, c.request > 0 ? 2550 : 9999) << "a refusal changes nothing";
     }
-    for (void (*change)(RS232PollConfig&) :
-         {+[](RS232PollConfig& c) { c.Index = 4; }, +[](RS232PollConfig& c) { c.Mode = 4; },
-          +[](RS232PollConfig& c) { c.Option = 5; }}) {
-        RS232PollConfig config = Rs232();
-        change(config);
-        StartAfresh();
-        EXPECT_EQ(board.ConfigureRS232Poll(kPort0, &config), 0);
-        EXPECT_EQ(board.GetLastError(), 8);
-        EXPECT_EQ(driver.Sent(), Exchanges());
+    struct Rs232Case {
+        int lengthAt, extra, length1, length2;
+        std::size_t request;
+    };
+    const Rs232Case rs232s[] = {
+        // clang-format off
+        {0, 0, 0, 0, 13}, {24, 0, 0, 25, 38}, {24, 5, 20, 20, 63}, {25, 0, 0, 0, 0},
+        {2, 6, 20, 0, 0}, {2, 6, 0, 20, 0}, {2, 26, 0, 0, 0}, {2, 255, 1, 1, 0},
+        // clang-format on
+    };
+    for (const Rs232Case& c : rs232s) {
+        RS232PollConfig config = Rs232(c.lengthAt, c.extra, c.length1, c.length2);
+        SCOPED_TRACE(&c - rs232s);
+        ExpectRequest([&] { return board.ConfigureRS232Poll(kPort0, &config); }, c.request);
     }
 }
 
@@ -220,137 +136,139 @@ TEST_F(PollsTest, TheTimeIsSentInTensAndCutInTheCallersRecord) {
     };
     const Case cases[] = {
         // clang-format off
-        {0, 0, 0},       {9, 0, 9},        {10, 1, 10},      {19, 1, 19},   {2549, 254, 2549},
-        {2550, 255, 2550}, {2551, 255, 2550}, {2555, 255, 2550}, {INT_MAX, 255, 2550},
-        {-1, 0, -1},     {-9, 0, -9},      {-10, 255, -10},  {-19, 255, -19}, {-2560, 0, -2560},
-        {INT_MIN, 0x34, INT_MIN},
+        {0, 0, 0}, {9, 0, 9}, {10, 1, 10}, {2549, 254, 2549}, {2550, 255, 2550}, {2551, 255, 2550},
+        {INT_MAX, 255, 2550}, {-9, 0, -9}, {-10, 255, -10}, {INT_MIN, 0x34, INT_MIN},
         // clang-format on
     };
     OpenConfigured(Model::kK44);
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.timeMs);
-        for (const int status : {0, 9}) {  // also when the board then refuses
-            CCTalkConfig ccTalk = CcTalk();
-            RS232PollConfig rs232 = Rs232();
-            ccTalk.TimeMs = rs232.TimeMs = c.timeMs;
-            StartAfresh();
-            driver.AnswerNext({.status = status});
-            EXPECT_EQ(board.ConfigureCCTalkPort(kPort0, &ccTalk), status == 0);
-            driver.AnswerNext({.status = status});
-            EXPECT_EQ(board.ConfigureRS232Poll(kPort0, &rs232), status == 0);
-            ASSERT_EQ(driver.Sent().size(), 2U);
-            EXPECT_EQ(driver.Sent()[0].payload[6], c.sent);
-            EXPECT_EQ(driver.Sent()[1].payload[6], c.sent);
-            EXPECT_EQ(ccTalk.TimeMs, c.kept);
-            EXPECT_EQ(rs232.TimeMs, c.kept);
-        }
-    }
-    CCTalkConfig ccTalk = CcTalk();
-    ccTalk.TimeMs = 9999;
-    EXPECT_EQ(board.ConfigureCCTalkPort(static_cast<_usbSerialPort>(2), &ccTalk), 0);
-    EXPECT_EQ(ccTalk.TimeMs, 9999) << "a port that there is not changes nothing";
-}
-
-TEST_F(PollsTest, ATimeoutMessageGoesOutWithItsTimeInUnitsOf30Ms) {
-    struct Case {
-        float seconds;
-        int units;  // -1: refused
-    };
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    const Case cases[] = {
-        // clang-format off
-        {0.0F, 0},    {-0.0F, 0},    {0.029F, 0},  {0.03F, 0},   {0.031F, 1}, {0.06F, 1}, {0.061F, 2},
-        {7.64F, 254}, {7.6499996F, 254},
-        {7.65F, -1},  {7.66F, -1},   {-0.001F, -1}, {-1e-45F, -1}, {1e30F, -1}, {kInfinity, -1},
-        {-kInfinity, -1}, {NAN, -1}, {-NAN, -1},
-        // clang-format on
-    };
-    OpenConfigured(Model::kK44);
-    unsigned char message[] = {7, 8, 9};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.seconds);
+        CCTalkConfig config = CcTalk();
+        config.TimeMs = c.timeMs;
         StartAfresh();
-        EXPECT_EQ(board.SetTimeoutMessage(kPort1, message, 3, c.seconds), c.units >= 0);
-        EXPECT_EQ(board.GetLastError(), c.units >= 0 ? 0 : 8);
-        Exchanges sent;
-        if (c.units >= 0) sent = {{101, 4, {static_cast<std::uint8_t>(c.units), 3, 7, 8, 9}}};
-        EXPECT_EQ(driver.Sent(), sent);
+        driver.AnswerNext({.status = 9});  // cut also when the board then refuses
+        EXPECT_EQ(board.ConfigureCCTalkPort(kPort0, &config), 0);
+        EXPECT_EQ(driver.Sent().at(0).payload[6], c.sent) << c.timeMs;
+        EXPECT_EQ(config.TimeMs, c.kept);
     }
 }
 
-TEST_F(PollsTest, ATimeoutMessageIsCheckedForLengthTimePointerAndPort) {
-    Open(Model::kK44);
-    AcceptEverything();
-    constexpr auto kNoPort = static_cast<_usbSerialPort>(2);
-    Expect({
-        // clang-format off
-        {"length first",  [this] { return board.SetTimeoutMessage(kNoPort, nullptr, 61, -1); },  0, 7,  {}},
-        {"then the time", [this] { return board.SetTimeoutMessage(kNoPort, nullptr, 60, -1); },  0, 8,  {}},
-        {"pointer",       [this] { return board.SetTimeoutMessage(kNoPort, nullptr, 60, 1); },   0, 30, {}},
-        {"port",          [this] { return board.SetTimeoutMessage(kNoPort, someBytes, 60, 1); }, 0, 8,  {}},
-        {"configuration", [this] { return board.SetTimeoutMessage(kPort0, someBytes, 60, 1); },  0, 38, {}},
-        // clang-format on
-    });
-    OpenConfigured(Model::kK40);
-    std::fill_n(someBytes, 60, static_cast<unsigned char>(5));
-    Bytes longest = {33, 60};
-    longest.insert(longest.end(), 60, 5);
-    Expect({
-        // clang-format off
-        {"longest", [this] { return board.SetTimeoutMessage(kPort0, someBytes, 60, 1); }, 1, 0, {{101, 3, longest}}},
-        {"empty",   [this] { return board.SetTimeoutMessage(kPort0, someBytes, 0, 1); },  1, 0, {{101, 3, {33, 0}}}},
-        // clang-format on
-    });
-}
-
-TEST_F(PollsTest, AHostTimeoutGoesOutInTenths) {
+TEST_F(PollsTest, TimeoutsGoOutInTheirUnits) {
     struct Case {
         double seconds;
         int units;  // -1: refused
     };
-    constexpr double kInfinity = std::numeric_limits<double>::infinity();
-    const Case cases[] = {
-        // clang-format off
-        {0, 0},       {-0.0, 0},      {0.09, 0},     {0.1, 1},   {0.29, 2},   {25.4999, 254}, {25.5, 255},
-        {25.500001, -1}, {26, -1},    {-0.0001, -1}, {-5e-324, -1}, {1e300, -1}, {kInfinity, -1},
-        {-kInfinity, -1}, {NAN, -1},
-        // clang-format on
+    const Case messages[] = {{0, 0},      {-0.0, 0},   {0.029, 0},      {0.031, 1},      {0.061, 2},
+                             {7.64, 254}, {7.65F, -1}, {-0.001, -1},    {-1e-45, -1},    {1e30, -1},
+                             {NAN, -1},   {-NAN, -1},  {kInfinity, -1}, {-kInfinity, -1}};
+    const Case hosts[] = {{0, 0},         {0.09, 0},   {0.1, 1},        {0.29, 2},
+                          {25.4999, 254}, {25.5, 255}, {25.500001, -1}, {-0.0001, -1},
+                          {1e300, -1},    {NAN, -1},   {kInfinity, -1}, {-kInfinity, -1}};
+    OpenConfigured(Model::kK44);
+    const auto expect = [&](const Case& c, const std::function<int()>& call, Exchange sent) {
+        if (c.units < 0) return Expect({{std::to_string(c.seconds), call, 0, 8, {}}});
+        Expect({{std::to_string(c.seconds), call, 1, 0, {std::move(sent)}}});
     };
-    OpenConfigured(Model::kK50);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.seconds);
-        StartAfresh();
-        EXPECT_EQ(board.SetPolledHostTimeout(kPort0, 2, c.seconds), c.units >= 0);
-        EXPECT_EQ(board.GetLastError(), c.units >= 0 ? 0 : 8);
-        Exchanges sent;
-        if (c.units >= 0) sent = {{121, 3, {2, static_cast<std::uint8_t>(c.units)}}};
-        EXPECT_EQ(driver.Sent(), sent);
+    for (const Case& c : messages) {
+        const auto seconds = static_cast<float>(c.seconds);
+        expect(c, [&] { return board.SetTimeoutMessage(kPort1, bytes, 3, seconds); },
+               {101, 4, {static_cast<std::uint8_t>(c.units), 3, 7, 8, 9}});
+    }
+    for (const Case& c : hosts) {
+        expect(c, [&] { return board.SetPolledHostTimeout(kPort0, 2, c.seconds); },
+               {121, 3, {2, static_cast<std::uint8_t>(c.units)}});
     }
 }
 
-TEST_F(PollsTest, IndexRequestsCheckTheIndexBeforeTheConfiguration) {
+TEST_F(PollsTest, ChecksComeInOrder) {
+    Bytes longest = {33, 60};
+    longest.insert(longest.end(), bytes, bytes + 60);
+    constexpr auto kNoPort = static_cast<_usbSerialPort>(2);
+    CCTalkConfig wrong = CcTalk();
+    wrong.Index = 4;
     Open(Model::kK44);
+    AcceptEverything();
+    ASSERT_EQ(Configure(kPort1), 1);
+    // clang-format off
     Expect({
-        // clang-format off
-        {"time-out", [this] { return board.SetPolledHostTimeout(kPort0, 4, 1); }, 0, 8, {}},
-        {"empty",    [this] { return board.EmptyPolledBuffer(kPort0, 4); },       0, 8, {}},
-        {"delete",   [this] { return board.DeletePolledMessage(kPort0, 255); },   0, 8, {}},
-        {"receive",  [this] { return board.ReceivePolledMessage(kPort0, 4, someBytes, &someLength, &someStatus); }, 0, 8, {}},
-        {"bounded",  [this] { return board.ReceivePolledMessageEx(kPort0, 4, someBytes, 9, &someLength, &someStatus); }, 0, 8, {}},
-        // clang-format on
+        {CALL(SetTimeoutMessage(kNoPort, nullptr, 61, -1)),   0, 7,  {}},
+        {CALL(SetTimeoutMessage(kPort0, nullptr, 60, -1)),    0, 8,  {}},
+        {CALL(SetTimeoutMessage(kNoPort, nullptr, 60, 1)),    0, 30, {}},
+        {CALL(SetTimeoutMessage(kPort1, bytes, 60, 1)),       1, 0,  {{101, 4, longest}}},
+        {CALL(ConfigureCCTalkPort(kPort0, &wrong)),           0, 38, {}},
+        {CALL(SetPolledHostTimeout(kPort0, 4, 1)),            0, 8,  {}},
+        {CALL(EmptyPolledBuffer(kPort0, 4)),                  0, 8,  {}},
+        {CALL(DeletePolledMessage(kPort0, 255)),              0, 8,  {}},
+        {CALL(ReceivePolledMessage(kPort0, 4, bytes, &length, &status)),       0, 8, {}},
+        {CALL(ReceivePolledMessageEx(kPort0, 4, bytes, 9, &length, &status)),  0, 8, {}},
+        {CALL(SetSASMachineAddress(kPort0, 128)),             0, 8,  {}},
+        {CALL(SetSASMachineAddress(kPort1, 127)),             1, 0,  {{122, 4, {127}}}},
     });
-    for (const Model model : kModels) {
-        OpenConfigured(model);
-        Expect({
-            // clang-format off
-            {"time-out", [this] { return board.SetPolledHostTimeout(kPort1, 3, 1); }, 1, 0, {{121, 4, {3, 10}}}},
-            {"empty",    [this] { return board.EmptyPolledBuffer(kPort0, 3); },       1, 0, {{104, 3, {3}}}},
-            {"empty",    [this] { return board.EmptyPolledBuffer(kPort1, 0); },       1, 0, {{104, 4, {0}}}},
-            {"delete",   [this] { return board.DeletePolledMessage(kPort0, 3); },     1, 0, {{106, 3, {3}}}},
-            {"delete",   [this] { return board.DeletePolledMessage(kPort1, 0); },     1, 0, {{106, 4, {0}}}},
-            // clang-format on
-        });
+    // clang-format on
+}
+
+TEST_F(PollsTest, AMessageIsReadOverAllItsRepliesWhereThereIsRoom) {
+    struct Case {
+        const char* what;
+        std::vector<DriverAnswer> answers;
+        unsigned long capacity;
+        int error;
+        Bytes message;
+        unsigned status;  // 77: not written
+    };
+    const Bytes sixty(62, 1);  // a status and a "more" before them
+    const Bytes message(60, 1);
+    const Case cases[] = {
+        // clang-format off
+        {"three replies",
+         {{.reply = {5, 1, 1, 2}}, {.reply = {6, 255, 3}}, {.reply = {7, 0, 4, 5}}},
+         ~0UL, 0, {1, 2, 3, 4, 5}, 7},
+        {"one without data", {{.reply = {5, 1}}, {.reply = {6, 0, 9}}}, 1, 0, {9}, 6},
+        {"status alone", {{.reply = {200}}}, 0, 0, {}, 200},
+        {"nothing", {{}}, 0, 0, {}, 77},
+        {"cut short by status", {{.reply = {5, 1, 1, 2}}, {.reply = {6}}}, 2, 0, {1, 2}, 6},
+        {"refused half-way", {{.reply = {5, 1, 1, 2}}, {.status = 9, .reply = {6, 0, 3}}},
+         9, 9, {1, 2}, 5},
+        {"no room", {{.reply = sixty}}, 59, 7, {}, 1},
+        {"room for the first", {{.reply = sixty}, {.reply = {2, 0, 3, 3}}}, 61, 7, message, 2},
+        {"just enough", {{.reply = sixty}, {.reply = {2, 0}}}, 60, 0, message, 2},
+        // clang-format on
+    };
+    for (const Model model : {Model::kK40, Model::kK44}) {
+        for (const Case& c : cases) {
+            SCOPED_TRACE(c.what);
+            OpenConfigured(model);
+            for (const DriverAnswer& answer : c.answers)
+                driver.AnswerNext(answer);
+            std::fill_n(bytes, sizeof bytes, kGuard);
+            length = 99;
+            status = 77;
+            const auto receive = [&] {
+                return c.capacity == ~0UL
+                           ? board.ReceivePolledMessage(kPort1, 2, bytes, &length, &status)
+                           : board.ReceivePolledMessageEx(kPort1, 2, bytes, c.capacity, &length,
+                                                          &status);
+            };
+            Expect({{c.what, receive, c.error == 0, c.error,
+                     Exchanges(c.answers.size(), Exchange{105, 4, {2}})}});
+            EXPECT_EQ(status, c.status);
+            EXPECT_EQ(length, c.message.size());
+            Bytes expected = c.message;
+            expected.resize(sizeof bytes, kGuard);
+            EXPECT_EQ(Bytes(bytes, bytes + sizeof bytes), expected);
+        }
     }
+}
+
+TEST_F(PollsTest, AClaimBeyondAnyReplyBringsNoMoreThanTheLongest) {
+    OpenConfigured(Model::kK44);
+    driver.AnswerNext({.reply = {5, 0, 1}, .claimedLength = 1UL << 40});
+    Bytes buffer(260, kGuard);
+    EXPECT_EQ(board.ReceivePolledMessageEx(kPort0, 0, buffer.data(), 254, &length, &status), 1);
+    EXPECT_EQ(length, 254U);
+    Bytes expected = {1};
+    expected.resize(254);
+    expected.resize(260, kGuard);
+    EXPECT_EQ(buffer, expected);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "in_process_driver.h"
@@ -17,25 +18,30 @@ using simulator::Model;
 
 constexpr Model kModels[] = {Model::kK40, Model::kK44, Model::kK50};
 
-inline const char* ModelName(Model model) {
-    switch (model) {
-        case Model::kK40:
-            return "K40";
-        case Model::kK44:
-            return "K44";
-        case Model::kK50:
-            return "K50";
-    }
-    return "unknown";
+inline std::string ModelName(Model model) {
+    const char* names[] = {"", "K40", "K44", "K50"};
+    return names[static_cast<int>(model)];
+}
+
+constexpr auto kPort0 = static_cast<_usbSerialPort>(0);
+constexpr auto kPort1 = static_cast<_usbSerialPort>(1);
+constexpr _usbSerialPort kPorts[] = {kPort0, kPort1};
+
+/** Commands of port 0 travel on channel 3, those of port 1 on channel 4. */
+inline int ChannelOf(_usbSerialPort port) {
+    return port == kPort0 ? 3 : 4;
 }
 
 /** One call of an operation, and all that must come of it. */
 struct Call {
-    const char* what;
+    std::string what;
     std::function<int()> call;
     int result, error;
     Exchanges sent;
 };
+
+/** The first two fields of a Call: an operation of the fixture's board. */
+#define CALL(...) #__VA_ARGS__, [&] { return board.__VA_ARGS__; }
 
 class BoardTest : public ::testing::Test {
 protected:
@@ -64,9 +70,23 @@ protected:
         driver.Reset();
         driver.AddBoard(0, model, speedMbit);
         driver.AnswerWith([](const Exchange&) { return DriverAnswer{.status = 5}; });
-        board.InitPort(0);
+        EXPECT_EQ(board.InitPort(0), 0);
         driver.AnswerWith(nullptr);
         StartAfresh();
+    }
+
+    /** A board of which every port is configured, and which accepts everything. */
+    void OpenConfigured(Model model, int speedMbit = 480) {
+        Open(model, speedMbit);
+        AcceptEverything();
+        for (const _usbSerialPort port : kPorts)
+            ASSERT_EQ(Configure(port), 1);
+        StartAfresh();
+    }
+
+    int Configure(_usbSerialPort port) {
+        _DCB line = {9600, 0, 0};
+        return board.SetConfig(port, &line, USB_PORT_TYPE_0);
     }
 
     /** From now on the board accepts every command and answers it without data. */
