@@ -137,7 +137,6 @@ protected:
             return DriverAnswer{.reply = Bytes(5, 0xFF)};
         });
     }
-    void ChangeNothing() { AcceptEverything(); }
 
     /** The library's thread only polls, and stops take no time to speak of. */
     void HurrySleeps() { calls.sleepDivisor = 100; }
