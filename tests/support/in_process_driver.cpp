@@ -15,26 +15,10 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <iomanip>
+
+#include "transfer_records.h"
 
 namespace {
-
-constexpr unsigned long kK40Request = 0xC2108100;
-constexpr unsigned long kK44Request = 0x8400;
-constexpr std::size_t kK40RecordSize = 528;
-constexpr std::size_t kK44RecordSize = 56;
-
-template <class Value>
-Value Load(const unsigned char* from) {
-    Value value;
-    std::memcpy(&value, from, sizeof value);
-    return value;
-}
-
-template <class Value>
-void Store(unsigned char* to, Value value) {
-    std::memcpy(to, &value, sizeof value);
-}
 
 template <class Function>
 Function* Next(const char* name) {
@@ -205,12 +189,12 @@ std::optional<int> InProcessDriver::Ioctl(int descriptor, unsigned long request,
         if (known == descriptors.end()) return std::nullopt;
         deviceNo = known->second;
         const auto* bytes = static_cast<unsigned char*>(record);
-        const std::size_t size = request == kK40Request ? kK40RecordSize : kK44RecordSize;
+        const std::size_t size = request == kK40Request ? sizeof(K40Record) : sizeof(K44Record);
         lastRecord.assign(bytes, bytes + size);
         lastRequest = request;
     }
-    if (request == kK40Request) return TransferK40(deviceNo, static_cast<unsigned char*>(record));
-    if (request == kK44Request) return TransferK44(deviceNo, static_cast<unsigned char*>(record));
+    if (request == kK40Request) return TransferK40(deviceNo, *static_cast<K40Record*>(record));
+    if (request == kK44Request) return TransferK44(deviceNo, *static_cast<K44Record*>(record));
     return Fail(ENOTTY);
 }
 
@@ -241,38 +225,31 @@ DriverAnswer InProcessDriver::Answer(int deviceNo, const Exchange& exchange) {
     return answering(exchange);  // without the lock: it may wait for another thread
 }
 
-int InProcessDriver::TransferK40(int deviceNo, unsigned char* record) {
-    const auto channel = Load<std::uint32_t>(record);
-    const auto writeLength = Load<std::uint32_t>(record + 8);
-    const auto longest = Load<std::uint32_t>(record + 12);
-    unsigned char* data = record + 16;
-    if (writeLength < 1 || writeLength > 512) return Fail(EINVAL);
-
-    const DriverAnswer answer =
-        Answer(deviceNo, {data[0], static_cast<int>(channel), Bytes(data + 1, data + writeLength)});
+int InProcessDriver::TransferK40(int deviceNo, K40Record& record) {
+    if (record.writeLength < 1 || record.writeLength > sizeof record.data) return Fail(EINVAL);
+    unsigned char* data = record.data;
+    const DriverAnswer answer = Answer(deviceNo, {data[0], static_cast<int>(record.writeChannel),
+                                                  Bytes(data + 1, data + record.writeLength)});
     if (answer.error != 0) return Fail(answer.error);
 
-    const std::size_t length = std::min<std::size_t>(answer.reply.size() + 2, longest);
+    const auto length = std::min<std::uint32_t>(static_cast<std::uint32_t>(answer.reply.size()) + 2,
+                                                record.readLength);
     data[0] = answer.echo.value_or(data[0]);
     data[1] = static_cast<unsigned char>(answer.status);
     std::copy_n(answer.reply.begin(), length - 2, data + 2);
-    Store(record + 12, static_cast<std::uint32_t>(answer.claimedLength.value_or(length)));
+    record.readLength = static_cast<std::uint32_t>(answer.claimedLength.value_or(length));
     return 0;
 }
 
-int InProcessDriver::TransferK44(int deviceNo, unsigned char* record) {
-    const auto* payload = Load<const unsigned char*>(record + 16);
-    const auto length = Load<std::uint64_t>(record + 24);
-    auto* reply = Load<unsigned char*>(record + 32);
-
+int InProcessDriver::TransferK44(int deviceNo, K44Record& record) {
     const DriverAnswer answer =
-        Answer(deviceNo, {record[48], static_cast<int>(Load<std::uint32_t>(record + 8)) + 1,
-                          Bytes(payload, payload + length)});
+        Answer(deviceNo, {record.command, static_cast<int>(record.channelIndex) + 1,
+                          Bytes(record.request, record.request + record.requestLength)});
     if (answer.error != 0) return Fail(answer.error);
 
-    *Load<std::int32_t*>(record) = answer.status;
-    if (reply != nullptr) std::copy(answer.reply.begin(), answer.reply.end(), reply);
-    *Load<std::uint64_t*>(record + 40) = answer.claimedLength.value_or(answer.reply.size());
+    *record.status = answer.status;
+    if (record.reply != nullptr) std::copy(answer.reply.begin(), answer.reply.end(), record.reply);
+    *record.replyLength = answer.claimedLength.value_or(answer.reply.size());
     return 0;
 }
 

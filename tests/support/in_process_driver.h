@@ -23,6 +23,9 @@
 
 #include "board.h"
 
+struct K40Record;
+struct K44Record;
+
 using Bytes = std::vector<std::uint8_t>;
 
 /** One command as it reached the driver. */
@@ -86,8 +89,8 @@ private:
     InProcessDriver();
 
     DriverAnswer Answer(int deviceNo, const Exchange& exchange);
-    int TransferK40(int deviceNo, unsigned char* record);
-    int TransferK44(int deviceNo, unsigned char* record);
+    int TransferK40(int deviceNo, K40Record& record);
+    int TransferK44(int deviceNo, K44Record& record);
 
     mutable std::mutex guard;
     std::map<int, std::unique_ptr<simulator::Board>> boards;
