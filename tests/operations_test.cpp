@@ -87,7 +87,8 @@ protected:
 
     /** Looks at each operation that each model has, or lacks; all that it needs is configured. */
     void ForEach(const Look& look, bool has = true) {
-        for (const Model model : kModels) {
+        for (const Model each : kModels) {
+            model = each;
             OpenConfigured(model);
             ASSERT_EQ(board.ConfigurePulsedInput(USB_INPUT_5, 1, kState), 1);
             ASSERT_EQ(board.ConfigureReels(3, 0, 0), 1);
@@ -117,6 +118,7 @@ protected:
     }
 
     SharedEntries receivedBytes = SharedEntries::OfReceivedBytes();
+    Model model = Model::kK40;
     Places at;
     _usbInputBitId input = USB_INPUT_5;
     _usbSerialPort port = kPort1;
@@ -255,7 +257,11 @@ TEST_F(OperationsTest, OneExchangeAndItsResultsInTheirPlaces) {
             std::vector<Bytes> zeroes;
             for (const Bytes& result : operation.results)
                 zeroes.emplace_back(group.empty == Empty::kZeroes ? result.size() : 0);
-            if (group.empty != Empty::kElsewhere) ExpectCall(operation, 1, 0, {sent}, zeroes);
+            if (group.empty == Empty::kElsewhere) continue;
+            // Bytes that the driver brings, but does not claim, have not come.
+            const std::uint64_t noData = model == Model::kK40 ? 2 : 0;
+            driver.AnswerNext({.reply = operation.reply, .claimedLength = noData});
+            ExpectCall(operation, 1, 0, {sent}, zeroes);
         }
     });
 }
@@ -284,15 +290,13 @@ TEST_F(OperationsTest, ARefusalOfTheBoardIsPassedOnAndNothingStored) {
 
 TEST_F(OperationsTest, AModelRefusesWhatItLacksWhateverTheArguments) {
     const auto refuse = [&](const Group& group, const Operation& operation) {
-        unsigned char type = 0;
-        board.GetFittedBoard(&type);
         for (const bool good : {false, true}) {
             at.missing = good ? Places::kNone : Places::kAll;
             input = good ? USB_INPUT_5 : static_cast<_usbInputBitId>(1000);
             port = good ? kPort1 : static_cast<_usbSerialPort>(-5);
-            ExpectCall(operation, 0, type == 1 ? 25 : 26, {});
+            ExpectCall(operation, 0, model == Model::kK40 ? 25 : 26, {});
         }
-        EXPECT_TRUE(type == 1 || group.models == kOnlyK50);
+        EXPECT_TRUE(model == Model::kK40 || group.models == kOnlyK50);
     };
     ForEach(refuse, false);
 }
@@ -317,12 +321,12 @@ TEST_F(OperationsTest, WithNoBoardOpenAllFailAndOnlySasSaysWhy) {
 }
 
 TEST_F(OperationsTest, APortMustBeThereAndThenBeConfigured) {
-    for (const Model model : kModels) {
-        Open(model);
+    for (const Model each : kModels) {
+        Open(each);
         AcceptEverything();
         ASSERT_EQ(Configure(kPort1), 1);
         for (const Group& group : groups) {
-            if (!group.onPort || (model == Model::kK40 && group.models == kNotK40)) continue;
+            if (!group.onPort || (each == Model::kK40 && group.models == kNotK40)) continue;
             for (const Operation& operation : group.operations) {
                 for (const int number : {0, -1, 2, 256, -2147483647}) {
                     port = static_cast<_usbSerialPort>(number);

@@ -125,6 +125,7 @@ TEST_F(PollsTest, RangesAreCheckedAndMessagesAreAsLongAsTheirFramingSays) {
     };
     for (const Rs232Case& c : rs232s) {
         RS232PollConfig config = Rs232(c.lengthAt, c.extra, c.length1, c.length2);
+        if (c.lengthAt == 25) config.Message2[0] = 0;  // what lies behind message 1
         SCOPED_TRACE(&c - rs232s);
         ExpectRequest([&] { return board.ConfigureRS232Poll(kPort0, &config); }, c.request);
     }

@@ -217,6 +217,20 @@ TEST_F(SerialReceiveTest, AKeptHalfWordOpensThePortsNextReceiveOfAnyKind) {
     }
 }
 
+TEST_F(SerialReceiveTest, AKeptHalfWordNeedsNoRoomBeyondOneReply) {
+    OpenConfigured(Model::kK44);
+    Deliver({Bytes(255, 0x11), Bytes(256, 0x22), {1}});
+    ASSERT_EQ(board.Receive9BitDataEx(kPort0, words.data(), 128, &length), 1);
+    ASSERT_EQ(length, 127U);
+    ASSERT_EQ(board.Receive9BitDataEx(kPort0, words.data(), 128, &length), 1);
+    ASSERT_EQ(length, 128U);
+    EXPECT_EQ(words[0], 0x1122);
+    EXPECT_EQ(words[128], kGuardWord);
+    ASSERT_EQ(board.Receive9BitDataEx(kPort0, words.data(), 128, &length), 1);
+    ASSERT_EQ(length, 1U);
+    EXPECT_EQ(words[0], 0x2201);
+}
+
 TEST_F(SerialReceiveTest, BoundedReceivesLoseNothingHoweverRepliesAndRoomFall) {
     const auto seed = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed));
