@@ -12,9 +12,6 @@
  * The idle cost is counted in a process of its own, whose inputs thread the kernel lets do nothing
  * but sleep: any other system call ends that process, and the measurement fails.
  */
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -24,7 +21,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdarg>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <random>
@@ -32,6 +28,7 @@
 #include <thread>
 #include <vector>
 
+#include "allowed_system_calls.h"
 #include "marvaneusb.h"
 #include "transfer_records.h"
 
@@ -64,22 +61,9 @@ struct Inputs {
 };
 Inputs inputs;
 
-/** From here on this thread may only sleep and end its process. */
-bool ForbidOtherSystemCalls() {
-    sock_filter program[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clock_nanosleep, 1, 0),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog filter = {sizeof program / sizeof program[0], program};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
-
 unsigned char AnswerToReport() {
     ++inputs.reports;
-    if (inputs.onlySleeps.exchange(false) && !ForbidOtherSystemCalls()) {
+    if (inputs.onlySleeps.exchange(false) && !AllowOnly({SYS_clock_nanosleep})) {
         std::fputs("The kernel does not let a thread give up system calls here.\n", stderr);
         _exit(2);
     }

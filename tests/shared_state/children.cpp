@@ -4,6 +4,7 @@
  */
 #include "children.h"
 
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -11,9 +12,9 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 
 Child::Child(const std::function<int()>& act) : process(0) {
@@ -31,24 +32,20 @@ Child::Child(const std::function<int()>& act) : process(0) {
         std::fprintf(stderr, "child: %s\n", error.what());
     }
     std::fflush(nullptr);
-    _exit(status);
+    _exit(::testing::Test::HasFailure() ? 102 : status);
 }
 
 Child::~Child() {
     if (process == 0) return;
-    kill(process, SIGKILL);
+    Signal(SIGKILL);
     waitpid(process, nullptr, 0);
 }
 
 int Child::Wait() {
     int status = 0;
     const bool ended = Await([&] { return waitpid(process, &status, WNOHANG) == process; });
-    if (!ended) {
-        kill(process, SIGKILL);
-        waitpid(process, &status, 0);
-    }
-    process = 0;
     if (!ended) return -1;
+    process = 0;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 

@@ -13,7 +13,6 @@
 #include <functional>
 #include <new>
 #include <random>
-#include <stdexcept>
 
 /** How long a test waits for what is due at once, before it counts as stuck. */
 constexpr std::chrono::seconds kPatience{60};
@@ -28,9 +27,8 @@ public:
     /** Kills and collects what still runs. */
     ~Child();
 
-    /** Exit status, 128 + signal, or -1 (killed) after kPatience. */
+    /** Exit status (102: an expectation failed in it), 128 + signal, or -1 after kPatience. */
     int Wait();
-    [[nodiscard]] pid_t Process() const { return process; }
     void Signal(int number) const;
     /** The process is inside this system call (SYS_...), which it waits in. */
     [[nodiscard]] bool WaitsIn(long call) const;
@@ -39,12 +37,15 @@ private:
     pid_t process;
 };
 
+inline int StatusOf(const std::function<int()>& act) {
+    return Child(act).Wait();
+}
+
 /** Numbers that are the same for the same seed. */
 class Random {
 public:
     explicit Random(unsigned seed) : engine(seed) {}
     unsigned Below(unsigned limit) { return static_cast<unsigned>(engine() % limit); }
-    std::mt19937& Engine() { return engine; }
 
 private:
     std::mt19937 engine;
@@ -77,7 +78,7 @@ private:
 /** Lets `parties` processes go on at the same instant, round after round. */
 class Barrier {
 public:
-    void Arrive(int parties);
+    void Arrive(int parties = 2);
 
 private:
     std::atomic<int> arrived = 0;

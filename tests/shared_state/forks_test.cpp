@@ -2,14 +2,12 @@
  * @file forks_test.cpp
  * @brief Children that a process forks while it has the library loaded, and signals at work.
  *
- * Here a "child" of a test forks another one, which inherits what it has.
+ * Here a "child" of a test forks another one, which inherits what it has. The environment sets
+ * MARVANE_FORK_ROUNDS, of forks beside working threads (30).
  */
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
-#include <sys/sem.h>
-#include <sys/shm.h>
 #include <sys/time.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -19,182 +17,101 @@
 #include <thread>
 
 #include "children.h"
+#include "from_environment.h"
 #include "loaded_library.h"
 #include "outside_view.h"
 #include "system_calls.h"
 
 namespace {
 
-/** In a process with the library loaded and board 0 open; the result is its exit status. */
-using Act = std::function<int(LoadedLibrary&)>;
-
-int RunLoaded(const Act& act) {
-    Child process([&] {
-        AddAcceptingBoard();
-        LoadedLibrary library;
-        if (library.InitPort(0) != 1) return 101;
-        const int status = act(library);
-        return ::testing::Test::HasFailure() ? 102 : status;
-    });
-    return process.Wait();
+unsigned Rounds() {
+    return FromEnvironment("MARVANE_FORK_ROUNDS", 30);
 }
 
-/** Steps that two processes agree on. */
-class Steps {
-public:
-    void Reach(int step) { reached = step; }
-    int Reached() const { return reached; }
-    void Await(int step) {
-        if (!::Await([&] { return reached >= step; })) throw std::runtime_error("step missing");
-    }
-
-private:
-    std::atomic<int> reached = 0;
-};
+/** Forks a child that outlives its parent, for a while if the test forgets it. */
+pid_t ForkOrphan(const std::function<void()>& act) {
+    const pid_t child = fork();
+    if (child != 0) return child;
+    prctl(PR_SET_PDEATHSIG, 0);
+    alarm(60);
+    act();
+    _exit(0);
+}
 
 class ForksTest : public SharedStateTest {};
 
 TEST_F(ForksTest, ChildIsAUserOfItsOwnFromItsFirstLockToItsEndHoweverItComes) {
-    struct Case {
-        const char* what;
-        std::function<void()> end;
-        int status;
-    };
-    const Case cases[] = {
-        {"exit", [] { std::exit(0); }, 0},
-        {"_exit", [] { _exit(0); }, 0},
-        {"killed", [] { raise(SIGKILL); }, 128 + SIGKILL},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
+    void (*const ends[])() = {[] { std::exit(0); }, [] { _exit(0); }, [] { raise(SIGKILL); }};
+    for (const auto end : ends) {
         const auto whole = [&](LoadedLibrary& library) {
-            const InSharedMemory<Steps> steps;
+            const InSharedMemory<Barrier> barrier;
             Child forked([&] {
-                steps->Await(1);
-                const bool served = library.SetOutputBit(3, 1) == 1;
-                steps->Reach(2);
-                steps->Await(3);
-                if (!served) return 1;
-                c.end();
+                barrier->Arrive();
+                if (library.SetOutputBit(3, 1) != 1) return 1;
+                barrier->Arrive();
+                barrier->Arrive();
+                end();
                 return 2;
             });
             EXPECT_EQ(RegisteredUsers(), 1) << "a fork alone registers nobody";
-            steps->Reach(1);
-            steps->Await(2);
+            barrier->Arrive();
+            barrier->Arrive();
             EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(2));
             EXPECT_EQ(OnCopy(0)[0], 8);
-            steps->Reach(3);
-            EXPECT_EQ(forked.Wait(), c.status);
+            barrier->Arrive();
+            EXPECT_EQ(forked.Wait(), end == ends[2] ? 128 + SIGKILL : 0);
             EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1));
             EXPECT_EQ(library.SetOutputBit(3, 0), 1);
             return 0;
         };
-        EXPECT_EQ(RunLoaded(whole), 0);
-        EXPECT_EQ(FindSet(), -1);
-        EXPECT_EQ(FindSegment(), -1);
+        EXPECT_EQ(StatusOfLoaded(whole), 0);
+        ExpectNothingIsLeft();
     }
 }
 
 TEST_F(ForksTest, ChildThatUsesNothingTakesNothingBack) {
     const auto whole = [](LoadedLibrary& library) {
-        Child exits([]() -> int { std::exit(0); });
-        EXPECT_EQ(exits.Wait(), 0);
-        Child unloads([&] {
-            library.Unload();
-            return 0;
-        });
-        EXPECT_EQ(unloads.Wait(), 0);
+        EXPECT_EQ(StatusOf([]() -> int { std::exit(0); }), 0);
+        EXPECT_EQ(StatusOf([&] {
+                      library.Unload();
+                      return 0;
+                  }),
+                  0);
         EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1));
         EXPECT_NE(FindSegment(), -1);
-        return library.SetOutputBit(3, 1) == 1 ? 0 : 1;
-    };
-    EXPECT_EQ(RunLoaded(whole), 0);
-}
-
-TEST_F(ForksTest, ProgramThatAChildRunsIsNoUser) {
-    const InSharedMemory<std::atomic<pid_t>> program;
-    const auto whole = [&](LoadedLibrary& library) {
-        const pid_t forked = fork();
-        if (forked == 0) {
-            prctl(PR_SET_PDEATHSIG, 0);
-            alarm(60);  // nobody collects it if the test fails
-            execl("/bin/sleep", "sleep", "60", nullptr);
-            _exit(126);
-        }
-        *program = forked;
-        // Its memory is its own once the program runs, and the segment no longer in it.
-        EXPECT_TRUE(Await([] {
-            shmid_ds state = {};
-            return shmctl(FindSegment(), IPC_STAT, &state) == 0 && state.shm_nattch == 1;
-        }));
-        EXPECT_EQ(RegisteredUsers(), 1);
         EXPECT_EQ(library.SetOutputBit(3, 1), 1);
         return 0;
     };
-    EXPECT_EQ(RunLoaded(whole), 0);
-    EXPECT_EQ(kill(*program, 0), 0) << "it still runs";
-    EXPECT_EQ(FindSet(), -1);
-    EXPECT_EQ(FindSegment(), -1);
-    kill(*program, SIGKILL);
+    EXPECT_EQ(StatusOfLoaded(whole), 0);
 }
 
 TEST_F(ForksTest, ChildMayOutliveItsParent) {
     for (const bool kills : {false, true}) {
-        const InSharedMemory<Steps> steps;
+        const InSharedMemory<Barrier> barrier;
         const InSharedMemory<std::atomic<int>> result;
         const auto whole = [&](LoadedLibrary& library) {
-            const pid_t forked = fork();
-            if (forked == 0) {
-                prctl(PR_SET_PDEATHSIG, 0);
-                alarm(60);
+            ForkOrphan([&] {
                 library.SetOutputBit(1, 1);
-                steps->Reach(1);
-                steps->Await(2);
+                barrier->Arrive();
+                barrier->Arrive();
                 *result = library.SetOutputBit(2, 1);
-                steps->Reach(3);
                 library.Unload();
-                steps->Reach(4);
-                _exit(0);
-            }
-            steps->Await(1);
+                barrier->Arrive();
+            });
+            barrier->Arrive();
             if (kills) raise(SIGKILL);
             return 0;
         };
-        EXPECT_EQ(RunLoaded(whole), kills ? 128 + SIGKILL : 0);
+        EXPECT_EQ(StatusOfLoaded(whole), kills ? 128 + SIGKILL : 0);
         EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(kills ? 2 : 1));
         EXPECT_EQ(OnCopy(0)[0], 2);
-        steps->Reach(2);
-        steps->Await(4);
+        barrier->Arrive();
+        barrier->Arrive();
         EXPECT_EQ(*result, 1);
         EXPECT_EQ(FindSegment(), -1);
-        EXPECT_EQ(SemaphoreValues(FindSet()), kills ? Semaphores(1) : std::vector<int>());
+        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(kills ? 1 : 0));
         Sweep();
     }
-}
-
-TEST_F(ForksTest, GenerationsAreCountedOneByOne) {
-    const auto whole = [](LoadedLibrary& library) {
-        Child forked([&] {
-            EXPECT_EQ(library.SetOutputBit(1, 1), 1);
-            EXPECT_EQ(RegisteredUsers(), 2);
-            Child grandchild([&] {
-                EXPECT_EQ(RegisteredUsers(), 2);
-                EXPECT_EQ(library.SetOutputBit(2, 1), 1);
-                EXPECT_EQ(library.SetOutputBit(3, 1), 1);
-                EXPECT_EQ(RegisteredUsers(), 3);
-                return ::testing::Test::HasFailure() ? 1 : 0;
-            });
-            EXPECT_EQ(grandchild.Wait(), 0);
-            EXPECT_EQ(RegisteredUsers(), 2);
-            EXPECT_EQ(library.SetOutputBit(4, 1), 1);
-            return ::testing::Test::HasFailure() ? 1 : 0;
-        });
-        EXPECT_EQ(forked.Wait(), 0);
-        EXPECT_EQ(RegisteredUsers(), 1);
-        EXPECT_EQ(OnCopy(0)[0], 0x1E);
-        return 0;
-    };
-    EXPECT_EQ(RunLoaded(whole), 0);
 }
 
 TEST_F(ForksTest, ForkBesideWorkingThreadsLeavesBothAtWork) {
@@ -208,135 +125,99 @@ TEST_F(ForksTest, ForkBesideWorkingThreadsLeavesBothAtWork) {
                     failures += library.SetOutputBit(number, 1) != 1;
             });
         }
-        for (int round = 0; round < 50; ++round) {
+        const auto start = std::chrono::steady_clock::now();
+        for (unsigned round = 0; round < Rounds(); ++round) {
             Child forked([&] {
                 // At the fork the other threads held locks, or joined, or were about to.
-                const int served = library.SetOutputBit(5, 1) + library.SetOutputBit(6, 1);
-                if (served != 2) return 1;
-                std::exit(0);
+                if (library.SetOutputBit(5, 1) + library.SetOutputBit(6, 1) == 2) std::exit(0);
+                return 1;
             });
             EXPECT_EQ(forked.Wait(), 0) << "round " << round;
         }
+        const auto longest = Rounds() * std::chrono::milliseconds(600);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, longest) << "exits wait for others";
         finish = true;
         for (std::thread& thread : threads)
             thread.join();
-        EXPECT_EQ(failures, 0);
         EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1));
-        return 0;
+        return failures.load();
     };
-    EXPECT_EQ(RunLoaded(whole), 0);
+    EXPECT_EQ(StatusOfLoaded(whole), 0);
 }
 
 TEST_F(ForksTest, ChildrenOfAJoiningThreadHoldNoKeyFileLock) {
     // A thread joins again and again while another one forks; what the children inherit must not
     // keep the lock of a parent that is killed.
-    for (int round = 0; round < 20; ++round) {
-        const InSharedMemory<std::atomic<int>> forked;
+    for (unsigned round = 0; round < Rounds() / 2; ++round) {
         const InSharedMemory<std::array<std::atomic<pid_t>, 8>> orphans;
+        const InSharedMemory<std::atomic<unsigned>> answered;
         const auto whole = [&](LoadedLibrary& library) {
             std::thread([&] {
-                for (;;) {
-                    semctl(FindSet(), 0, IPC_RMID);
-                    library.SetOutputBit(1, 1);
-                }
+                for (;; library.SetOutputBit(1, 1))
+                    RemoveSet();
             }).detach();
             for (auto& orphan : *orphans) {
                 usleep(300);
-                const pid_t child = fork();
-                if (child == 0) {
-                    prctl(PR_SET_PDEATHSIG, 0);
-                    alarm(60);
-                    for (;;)
+                orphan = ForkOrphan([&] {
+                    library.SetOutputBit(2, 1);  // whatever the other thread was joining
+                    for (++*answered;;)
                         pause();
-                }
-                orphan = child;
+                });
             }
-            raise(SIGKILL);
-            return 0;
+            return raise(SIGKILL);
         };
-        EXPECT_EQ(RunLoaded(whole), 128 + SIGKILL);
-        // A child that has just come into being closes its copy as soon as it runs.
-        EXPECT_TRUE(Await([] { return !KeyFileIsLocked(); })) << "round " << round;
+        EXPECT_EQ(StatusOfLoaded(whole), 128 + SIGKILL);
+        EXPECT_TRUE(Await([&] { return *answered == orphans->size(); })) << "an orphan is stuck";
+        EXPECT_FALSE(KeyFileIsLocked()) << "round " << round;
         for (const auto& orphan : *orphans)
             kill(orphan, SIGKILL);
-        EXPECT_TRUE(Await([&] {
-            shmid_ds state = {};
-            return shmctl(FindSegment(), IPC_STAT, &state) != 0 || state.shm_nattch == 0;
-        }));
+        EXPECT_TRUE(Await([] { return Attachments() == 0; }));
         Sweep();
     }
 }
 
 // Signals
 
-void HandleNothing(int) {}
-
 void InterruptEveryMillisecond() {
     struct sigaction action = {};
-    action.sa_handler = HandleNothing;  // without SA_RESTART, which semop ignores anyway
+    action.sa_handler = [](int) {};  // without SA_RESTART, which semop ignores anyway
     sigaction(SIGALRM, &action, nullptr);
     const itimerval timer = {{0, 1000}, {0, 1000}};
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
 TEST_F(ForksTest, SignalsDoNotEndTheWaitForALock) {
-    const InSharedMemory<Steps> steps;
+    const InSharedMemory<std::atomic<int>> interrupted;
+    const InSharedMemory<std::atomic<bool>> holds, lets;
     Child holder([&] {
         AddAcceptingBoard();
         LoadedLibrary library;
-        if (library.InitPort(0) != 1) return 1;
+        EXPECT_EQ(library.InitPort(0), 1);
         InProcessDriver::Instance().AnswerWith([&](const Exchange&) -> DriverAnswer {
-            steps->Reach(1);
-            steps->Await(2);
-            usleep(30000);
-            steps->Reach(3);
+            *holds = true;
+            Await([&] { return *interrupted >= 5; });
+            *lets = true;
             return {};
         });
-        return library.SetOutputBit(0, 1) == 1 ? 0 : 2;
+        return library.SetOutputBit(0, 1) - 1;
     });
-    Child waiter([&] {
-        AddAcceptingBoard();
-        LoadedLibrary library;
-        if (library.InitPort(0) != 1) return 1;
-        bool sentTooEarly = false;
+    const auto waiter = [&](LoadedLibrary& library) {
         InProcessDriver::Instance().AnswerWith([&](const Exchange&) -> DriverAnswer {
-            sentTooEarly = OnCopy(0)[0] != 3 || steps->Reached() < 3;
+            EXPECT_TRUE(*lets) << "sent too early";
             return {};
         });
-        steps->Await(1);
+        Await([&] { return holds->load(); });
+        system_calls::Watch([&](const std::string& name, long result, int) {
+            *interrupted += name == "semop" && result < 0 && errno == EINTR ? 1 : 0;
+        });
         InterruptEveryMillisecond();
-        system_calls::Count();
-        steps->Reach(2);
-        if (library.SetOutputBit(1, 1) != 1) return 2;
-        if (sentTooEarly) return 3;
-        return system_calls::Interrupted() >= 5 ? 0 : 4;
-    });
-    EXPECT_EQ(waiter.Wait(), 0);
+        const int served = library.SetOutputBit(1, 1);
+        system_calls::Watch(nullptr);
+        EXPECT_EQ(OnCopy(0)[0], 3);
+        return served - 1;
+    };
+    EXPECT_EQ(StatusOfLoaded(waiter), 0);
     EXPECT_EQ(holder.Wait(), 0);
-}
-
-TEST_F(ForksTest, SignalsAtWorkNeitherLoseNorDoubleALock) {
-    const InSharedMemory<Barrier> barrier;
-    std::vector<Child> children;
-    for (unsigned number = 0; number < 3; ++number) {
-        children.emplace_back([&, number] {
-            AddAcceptingBoard();
-            InterruptEveryMillisecond();
-            LoadedLibrary library;
-            if (library.InitPort(0) != 1) return 1;
-            barrier->Arrive(3);
-            for (unsigned round = 0; round < 3000; ++round) {
-                if (library.SetOutputBit(3 * (round % 12) + number, round >= 1500) != 1) return 2;
-            }
-            barrier->Arrive(3);
-            const bool quiet = SemaphoreValues(FindSet()) == Semaphores(3);
-            const bool all = OnCopy(0) == ByteString({255, 255, 255, 255, 15});
-            barrier->Arrive(3);
-            return (quiet ? 0 : 4) + (all ? 0 : 8);
-        });
-    }
-    for (Child& child : children)
-        EXPECT_EQ(child.Wait(), 0);
 }
 
 }  // namespace

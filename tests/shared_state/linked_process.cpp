@@ -1,6 +1,10 @@
 /**
  * @file linked_process.cpp
- * @brief A program that is linked with the library, as an application is; its exit status tells.
+ * @brief A program that is linked with the library, as an application is, and ends while a callback
+ * switches a lamp without pause; its exit status tells.
+ *
+ * Arguments: whether it keeps an object to the end, and with it the thread for changed inputs;
+ * whether it calls exit; and how many callbacks it waits for.
  */
 #include <atomic>
 #include <chrono>
@@ -15,55 +19,31 @@ namespace {
 
 // Constructed at the program's start and destroyed at its end.
 MarvaneUSB staticBoard;
-
-MarvaneUSB* boardInCallback = nullptr;
+MarvaneUSB* boardInCallback = &staticBoard;
 std::atomic<int> lampsSet = 0;
 
 void SetLamp(usbInput*, usbInput*) {
     boardInCallback->SetOutputBit(USB_OUTPUT_3, static_cast<unsigned>(lampsSet++) % 2);
 }
 
-/** Begins to switch a lamp without pause, on the thread for changed inputs. */
-bool SetLampInCallbacks(MarvaneUSB& board, int times) {
-    InProcessDriver::Instance().AnswerWith([](const Exchange& exchange) {
+}  // namespace
+
+int main(int count, char** words) {
+    if (count != 4) return 1;
+    const std::string yes = "yes";
+    InProcessDriver& driver = InProcessDriver::Instance();
+    driver.AddBoard(0, simulator::Model::kK44);
+    if (staticBoard.InitPort(0) != 1) return 2;
+    if (words[1] == yes) boardInCallback = new MarvaneUSB(staticBoard);
+    driver.AnswerWith([](const Exchange& exchange) {
         // The end finds the thread with both locks more often than not.
         if (exchange.command == 77) std::this_thread::sleep_for(std::chrono::microseconds(200));
         return DriverAnswer{.reply = Bytes(5, 0xFF)};
     });
-    boardInCallback = &board;
     usbInput all = {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
-    if (board.ConfigureChangedInputsCallback(&all, &all, SetLamp) != 1) return false;
-    while (lampsSet < times)
+    if (boardInCallback->ConfigureChangedInputsCallback(&all, &all, SetLamp) != 1) return 3;
+    while (lampsSet < std::stoi(words[3]))
         std::this_thread::yield();
-    return true;
-}
-
-int Switch(bool exits) {
-    MarvaneUSB board = staticBoard;
-    for (unsigned round = 0; round < 50; ++round) {
-        const auto output = static_cast<_usbOutputBitId>(round % 38);
-        if (board.SetOutputBit(output, round % 2) != 1) return 3;
-    }
-    if (exits) std::exit(0);
-    return 0;
-}
-
-}  // namespace
-
-/** Arguments: what to do; "exit" or "return"; and, of callbacks, how many at least. */
-int main(int count, char** words) {
-    if (count != 4) return 1;
-    const std::string what = words[1];
-    const bool exits = words[2] == std::string("exit");
-    const int times = std::stoi(words[3]);
-    InProcessDriver::Instance().AddBoard(0, simulator::Model::kK44);
-    if (staticBoard.InitPort(0) != 1) return 2;
-    if (what == "switch") return Switch(exits);
-
-    // An object that is never destroyed keeps the thread running until the process is gone.
-    const bool toTheEnd = what == "callbacks to the end";
-    if (!toTheEnd && what != "callbacks") return 4;
-    if (!SetLampInCallbacks(toTheEnd ? *new MarvaneUSB(staticBoard) : staticBoard, times)) return 5;
-    if (exits) std::exit(0);
+    if (words[2] == yes) std::exit(0);
     return 0;
 }

@@ -5,89 +5,44 @@
 #include "loaded_library.h"
 
 #include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <stdexcept>
-#include <string>
 
-namespace {
-
-template <class Function>
-Function* Find(void* library, const char* name) {
-    const std::string symbol = std::string("_ZN10MarvaneUSB") + name;
-    auto* function = reinterpret_cast<Function*>(dlsym(library, symbol.c_str()));
-    if (function == nullptr) throw std::runtime_error(dlerror());
-    return function;
-}
-
-}  // namespace
+#include "outside_view.h"
 
 LoadedLibrary::LoadedLibrary() : library(dlopen(MARVANE_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
     if (library == nullptr) throw std::runtime_error(dlerror());
-    Find<void(void*)>(library, "C1Ev")(&board);
-}
-
-LoadedLibrary::~LoadedLibrary() {
-    Unload();
+    Call("C1Ev");
 }
 
 void LoadedLibrary::Unload() {
     if (library == nullptr) return;
-    Find<void(void*)>(library, "D1Ev")(&board);
+    Call("D1Ev");
     dlclose(library);
     library = nullptr;
 }
 
-template <class... Arguments>
-int LoadedLibrary::Call(const char* name, Arguments... arguments) {
-    return Find<int(void*, Arguments...)>(library, name)(&board, arguments...);
+void* LoadedLibrary::Find(const char* name) const {
+    void* function = dlsym(library, (std::string("_ZN10MarvaneUSB") + name).c_str());
+    if (function == nullptr) throw std::runtime_error(dlerror());
+    return function;
 }
 
-int LoadedLibrary::InitPort(int deviceNo) {
-    return Call("8InitPortEi", deviceNo);
+LoadedProcess::LoadedProcess()
+    : child([this] {
+          LoadedLibrary library;
+          for (*loaded = true; !*leaves;)
+              usleep(100);
+          return 0;
+      }) {
+    EXPECT_TRUE(Await([this] { return loaded->load(); }));
 }
 
-int LoadedLibrary::SetOutputBit(unsigned output, unsigned value) {
-    return Call("12SetOutputBitE15_usbOutputBitIdj", output, value);
-}
-
-int LoadedLibrary::SetOutputs(unsigned char* outputs) {
-    return Call("10SetOutputsEPh", outputs);
-}
-
-int LoadedLibrary::ModifyOutputs(usbOutput* off, usbOutput* on) {
-    return Call("13ModifyOutputsEP9usbOutputS1_", off, on);
-}
-
-int LoadedLibrary::SetOnPeriodOutputs(usbOutput pattern) {
-    return Call("18SetOnPeriodOutputsE9usbOutput", pattern);
-}
-
-int LoadedLibrary::SetOnPeriodOutputBit(unsigned outputByte, int bit, unsigned value) {
-    return Call("20SetOnPeriodOutputBitE12_usbOutputIdij", outputByte, bit, value);
-}
-
-int LoadedLibrary::SetOffPeriodOutputBit(unsigned outputByte, int bit, unsigned value) {
-    return Call("21SetOffPeriodOutputBitE12_usbOutputIdij", outputByte, bit, value);
-}
-
-int LoadedLibrary::ConfigureEEPROM(K40EEPROM* part) {
-    return Call("15ConfigureEEPROMEP9K40EEPROM", part);
-}
-
-int LoadedLibrary::ReadEEPROM(unsigned short address, unsigned char* data, unsigned length) {
-    return Call("10ReadEEPROMEtPhj", address, data, length);
-}
-
-int LoadedLibrary::WriteEEPROM(unsigned short address, unsigned char* data, unsigned length) {
-    return Call("11WriteEEPROMEtPhj", address, data, length);
-}
-
-int LoadedLibrary::GetLastError() {
-    return Call("12GetLastErrorEv");
-}
-
-void LoadedLibrary::ClearErrors() {
-    Call("11ClearErrorsEv");
+void LoadedProcess::Leave() {
+    *leaves = true;
+    EXPECT_EQ(child.Wait(), 0);
 }
 
 void AddAcceptingBoard(int deviceNo) {
@@ -102,8 +57,39 @@ void AddAcceptingBoard(int deviceNo) {
     });
 }
 
-K40EEPROM UsualEeprom() {
-    return {64, 2, 0x7FFF, 0x51};
+int StatusOfLoaded(const std::function<int(LoadedLibrary&)>& act, int deviceNo) {
+    return StatusOf([&] {
+        AddAcceptingBoard(deviceNo);
+        LoadedLibrary library;
+        return library.InitPort(deviceNo) == 1 ? act(library) : 101;
+    });
+}
+
+int UseEverything(bool alone) {
+    AddAcceptingBoard(1);
+    InProcessDriver& driver = InProcessDriver::Instance();
+    LoadedLibrary library;
+    const auto served = [&](int what, int result) {
+        const bool refused = result == 0 && library.GetLastError() == 38 && driver.Sent().empty();
+        EXPECT_TRUE(result == 1 || refused) << what << ": error " << library.GetLastError();
+        driver.ForgetSent();
+        return result == 1 ? what : 0;
+    };
+    library.InitPort(1);
+    driver.ForgetSent();
+    const int all = served(kBothCopies, library.SetOutputBit(37, 1)) |
+                    served(kOnCopies, library.SetOnPeriodBit(8, 1)) |
+                    served(kOffCopies, library.SetOffPeriodBit(17, 1)) |
+                    served(kEeproms, library.ConfigureEeprom());
+    if (all != kAll) return all;
+    EXPECT_EQ(OnCopy(1), ByteString({0, 1, 0, 0, 32}));
+    EXPECT_EQ(OffCopy(1), ByteString({0, 0, 2, 0, 32}));
+    EXPECT_EQ(EepromEntry(1), ByteString({64, 2, 0xFF, 0x7F, 0x51, 0, 1, 0}));
+    if (alone) {
+        EXPECT_EQ(HeaderDifference(), "");
+        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(RegisteredUsers()));
+    }
+    return all;
 }
 
 #if defined(__SANITIZE_ADDRESS__)

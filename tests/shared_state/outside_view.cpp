@@ -12,17 +12,37 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <limits>
 #include <stdexcept>
-
-#include "own_world.h"
 
 namespace {
 
+constexpr std::size_t kFirstBlock = 136;
 constexpr std::size_t kUnit = 128;
+
+struct Object {
+    const char* name;
+    unsigned unit, units;
+    std::size_t entrySize;
+
+    [[nodiscard]] std::size_t Block() const { return kFirstBlock + kUnit * unit; }
+    [[nodiscard]] ByteString Entry(int deviceNo) const {
+        const std::size_t offset = entrySize * static_cast<std::size_t>(deviceNo);
+        return SegmentView().Bytes(Block() + kUnit + offset, entrySize);
+    }
+};
+// In a segment that this library created.
+constexpr Object kBuffers = {"K40BUFFERS", 0, 34, 260};
+constexpr Object kOn = {"OutOnCopies", 34, 2, 5};
+constexpr Object kOff = {"OutOffCopies", 36, 2, 5};
+constexpr Object kEeproms = {"K40EEPROMS", 38, 2, 8};
+constexpr Object kObjects[] = {kBuffers, kOn, kOff, kEeproms};
 
 union SemaphoreArgument {
     int val;
@@ -32,17 +52,19 @@ union SemaphoreArgument {
 
 /** Ids of all objects of this world, from the kernel's list. */
 std::vector<int> ListIds(const char* path) {
+    constexpr auto kLine = std::numeric_limits<std::streamsize>::max();
     std::ifstream file(path);
-    std::string line;
-    std::getline(file, line);
     std::vector<int> ids;
-    while (std::getline(file, line)) {
-        std::istringstream words(line);
-        long key = 0;
-        int id = 0;
-        if (words >> key >> id) ids.push_back(id);
-    }
+    long key = 0;
+    int id = 0;
+    while (file.ignore(kLine, '\n') && file >> key >> id)
+        ids.push_back(id);
     return ids;
+}
+
+key_t MakeKeyFileAndKey(const char* path) {
+    std::fclose(std::fopen(path, "a"));
+    return ftok(path, 1);
 }
 
 }  // namespace
@@ -57,6 +79,11 @@ int FindSegment() {
     return key == -1 ? -1 : shmget(key, 0, 0);
 }
 
+unsigned long Attachments() {
+    shmid_ds state = {};
+    return shmctl(FindSegment(), IPC_STAT, &state) == 0 ? state.shm_nattch : 0;
+}
+
 std::vector<int> SemaphoreValues(int set) {
     semid_ds state = {};
     SemaphoreArgument argument = {};
@@ -68,60 +95,64 @@ std::vector<int> SemaphoreValues(int set) {
     return {values.begin(), values.end()};
 }
 
-bool WasEverUsed(int set) {
-    semid_ds state = {};
-    union {
-        int value;
-        semid_ds* state;
-    } argument = {};
-    argument.state = &state;
-    return semctl(set, 0, IPC_STAT, argument) == 0 && state.sem_otime != 0;
-}
-
 int RegisteredUsers() {
     const std::vector<int> values = SemaphoreValues(FindSet());
     return values.empty() ? -1 : values[0];
 }
 
 std::vector<int> Semaphores(int users) {
+    if (users == 0) return {};
     return {users, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+}
+
+void RemoveSet() {
+    semctl(FindSet(), 0, IPC_RMID);
 }
 
 SegmentView::SegmentView(int segment)
     : bytes(static_cast<unsigned char*>(shmat(segment, nullptr, 0))) {
-    if (bytes == reinterpret_cast<unsigned char*>(-1)) throw std::runtime_error("no segment");
+    shmid_ds state = {};
+    if (bytes == reinterpret_cast<unsigned char*>(-1) || shmctl(segment, IPC_STAT, &state) != 0)
+        throw std::runtime_error("no segment");
+    size = state.shm_segsz;
 }
 
 SegmentView::~SegmentView() {
     shmdt(bytes);
 }
 
-ByteString SegmentView::Bytes(std::size_t offset, std::size_t count) const {
-    return {bytes + offset, bytes + offset + count};
+ByteString OnCopy(int deviceNo) {
+    return kOn.Entry(deviceNo);
 }
 
-std::string SegmentView::Text(std::size_t offset) const {
-    const auto* text = reinterpret_cast<const char*>(bytes + offset);
-    return {text, strnlen(text, 50)};
+ByteString OffCopy(int deviceNo) {
+    return kOff.Entry(deviceNo);
 }
 
-std::vector<std::size_t> SegmentView::BlocksNamed(const std::string& name) const {
-    std::vector<std::size_t> found;
-    const auto units = At<std::uint64_t>(128);
-    for (std::uint64_t unit = 0; unit < units;) {
-        const std::size_t block = kFirstBlock + unit * kUnit;
-        if (Text(block) == name) found.push_back(block);
-        const auto length = At<std::uint64_t>(block + 120);
-        if (length == 0 || length > units - unit) throw std::runtime_error("a damaged block");
-        unit += length;
-    }
-    return found;
+ByteString EepromEntry(int deviceNo) {
+    return kEeproms.Entry(deviceNo);
+}
+
+int MakeSet(const std::vector<int>& values, bool used) {
+    const int set = semget(MakeKeyFileAndKey(kSetKeyFile), static_cast<int>(values.size()),
+                           IPC_CREAT | IPC_EXCL | 0666);
+    for (std::size_t i = 0; i < values.size(); ++i)
+        semctl(set, static_cast<int>(i), SETVAL, values[i]);
+    sembuf operations[] = {{0, 1, 0}, {0, -1, 0}};
+    if (used) semop(set, operations, 2);
+    return set;
+}
+
+int MakeSegment(const ByteString& content) {
+    const int segment =
+        shmget(MakeKeyFileAndKey(kSegmentKeyFile), content.size(), IPC_CREAT | IPC_EXCL | 0666);
+    std::memcpy(SegmentView(segment).bytes, content.data(), content.size());
+    return segment;
 }
 
 void PutNumber(ByteString& bytes, std::size_t offset, std::uint64_t value, int width) {
-    for (int i = 0; i < width; ++i) {
+    for (int i = 0; i < width; ++i)
         bytes[offset + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value >> (8 * i));
-    }
 }
 
 void PutText(ByteString& bytes, std::size_t offset, const char* text) {
@@ -130,17 +161,17 @@ void PutText(ByteString& bytes, std::size_t offset, const char* text) {
 
 void PutBlock(ByteString& bytes, std::size_t unit, const char* name, unsigned useCount,
               unsigned units) {
-    const std::size_t block = kFirstBlock + 128 * unit;
+    const std::size_t block = kFirstBlock + kUnit * unit;
     PutText(bytes, block, name);
     PutNumber(bytes, block + 108, 1, 4);  // count of the default lock identity
     PutNumber(bytes, block + 116, useCount, 4);
     PutNumber(bytes, block + 120, units, 8);
 }
 
-ByteString FreshSegment(const char* name, const char* lockName) {
-    ByteString bytes(65536, 0);
-    PutText(bytes, 0, name);
-    PutText(bytes, 56, lockName);
+ByteString FreshSegment() {
+    ByteString bytes(kSegmentBytes, 0);
+    PutText(bytes, 0, "K40SharedMemory");
+    PutText(bytes, 56, "K40Mutex");
     PutNumber(bytes, 108, 10, 4);     // count of the arena lock
     PutNumber(bytes, 116, 65536, 4);  // size
     PutNumber(bytes, 120, 1, 4);      // initCount
@@ -150,75 +181,62 @@ ByteString FreshSegment(const char* name, const char* lockName) {
 }
 
 ByteString SegmentInUse(unsigned useCount) {
-    ByteString bytes = FreshSegment("K40SharedMemory", "K40Mutex");
-    PutBlock(bytes, 0, "K40BUFFERS", useCount, 34);
-    PutBlock(bytes, 34, "OutOnCopies", useCount, 2);
-    PutBlock(bytes, 36, "OutOffCopies", useCount, 2);
-    PutBlock(bytes, 38, "K40EEPROMS", useCount, 2);
-    PutNumber(bytes, kFirstBlock + 128 * 40 + 120, 509 - 40, 8);
+    ByteString bytes = FreshSegment();
+    for (const Object& object : kObjects)
+        PutBlock(bytes, object.unit, object.name, useCount, object.units);
+    PutNumber(bytes, kFirstBlock + kUnit * 40 + 120, 509 - 40, 8);
     return bytes;
 }
 
 std::string FirstDifference(const ByteString& found, const ByteString& wanted) {
     if (found.size() != wanted.size()) return "sizes differ";
-    for (std::size_t i = 0; i < found.size(); ++i) {
-        if (found[i] != wanted[i]) {
-            return "offset " + std::to_string(i) + ": " + std::to_string(found[i]) + ", not " +
-                   std::to_string(wanted[i]);
-        }
-    }
-    return "";
+    const auto [one, other] = std::mismatch(found.begin(), found.end(), wanted.begin());
+    if (one == found.end()) return "";
+    return "offset " + std::to_string(one - found.begin()) + ": " + std::to_string(*one) +
+           ", not " + std::to_string(*other);
 }
 
-std::string ObjectsTwiceOrMissing() {
-    const SegmentView segment;
-    std::string wrong;
-    for (const char* name : {"K40BUFFERS", "OutOnCopies", "OutOffCopies", "K40EEPROMS"}) {
-        const std::size_t count = segment.BlocksNamed(name).size();
-        if (count != 1) wrong += std::string(name) + ": " + std::to_string(count) + " ";
+std::string HeaderDifference() {
+    ByteString bytes = SegmentView().All();
+    for (const Object& object : kObjects) {
+        PutNumber(bytes, object.Block() + 116, 1, 4);
+        std::memset(bytes.data() + object.Block() + kUnit, 0, 16 * object.entrySize);
     }
-    return wrong;
+    return FirstDifference(bytes, SegmentInUse(1));
 }
 
 bool KeyFileIsLocked() {
-    bool locked = false;
-    for (const char* path : {kSetKeyFile, kSegmentKeyFile}) {
+    return std::any_of(std::begin(kKeyFiles), std::end(kKeyFiles), [](const char* path) {
         const int file = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-        if (file < 0) continue;
-        locked = locked || flock(file, LOCK_EX | LOCK_NB) != 0;
+        const bool locked = file >= 0 && flock(file, LOCK_EX | LOCK_NB) != 0;
         close(file);
-    }
-    return locked;
+        return locked;
+    });
 }
 
-std::size_t OpenDescriptors() {
-    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
-}
-
-ByteString OnCopy(int deviceNo) {
-    return SegmentView().Bytes(kOnEntries + 5 * static_cast<std::size_t>(deviceNo), 5);
-}
-
-ByteString OffCopy(int deviceNo) {
-    return SegmentView().Bytes(kOffEntries + 5 * static_cast<std::size_t>(deviceNo), 5);
+bool InOwnWorld() {
+    return std::getenv("MARVANE_OWN_WORLD") != nullptr;
 }
 
 void SharedStateTest::SetUp() {
-    if (NoOwnWorld() != nullptr) GTEST_SKIP() << NoOwnWorld();
+    if (!InOwnWorld()) GTEST_SKIP() << "not in a world of its own";
     Sweep();
     SweepKeyFiles();
     descriptorsBefore = OpenDescriptors();
 }
 
 void SharedStateTest::TearDown() {
-    if (NoOwnWorld() != nullptr) return;
-    EXPECT_EQ(ListIds("/proc/sysvipc/shm"), std::vector<int>()) << "a segment is left";
-    EXPECT_EQ(ListIds("/proc/sysvipc/sem"), std::vector<int>()) << "a semaphore set is left";
+    if (!InOwnWorld()) return;
+    ExpectNothingIsLeft();
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
     EXPECT_FALSE(KeyFileIsLocked());
     EXPECT_EQ(OpenDescriptors(), descriptorsBefore);
     Sweep();
+}
+
+void SharedStateTest::ExpectNothingIsLeft() {
+    EXPECT_EQ(ListIds("/proc/sysvipc/shm"), std::vector<int>()) << "a segment is left";
+    EXPECT_EQ(ListIds("/proc/sysvipc/sem"), std::vector<int>()) << "a semaphore set is left";
 }
 
 void SharedStateTest::Sweep() {
@@ -229,6 +247,13 @@ void SharedStateTest::Sweep() {
 }
 
 void SharedStateTest::SweepKeyFiles() {
-    for (const char* path : {kSetKeyFile, kSegmentKeyFile})
+    for (const char* path : kKeyFiles) {
         unlink(path);
+        rmdir(path);
+    }
+}
+
+std::size_t SharedStateTest::OpenDescriptors() {
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
 }

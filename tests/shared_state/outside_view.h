@@ -8,7 +8,6 @@
 #define OUTSIDE_VIEW_H
 
 #include <gtest/gtest.h>
-#include <sys/types.h>
 
 #include <cstdint>
 #include <string>
@@ -16,13 +15,8 @@
 
 constexpr char kSegmentKeyFile[] = "/tmp/K40SharedMemory";
 constexpr char kSetKeyFile[] = "/tmp/Sem_K40Mutex";
+constexpr const char* kKeyFiles[] = {kSetKeyFile, kSegmentKeyFile};
 constexpr std::size_t kSegmentBytes = 65536;
-
-// Entry 0 of each object in a segment that this library created.
-constexpr std::size_t kSerialEntries = 136 + 128;
-constexpr std::size_t kOnEntries = 4488 + 128;
-constexpr std::size_t kOffEntries = 4744 + 128;
-constexpr std::size_t kEepromEntries = 5000 + 128;
 
 using ByteString = std::vector<std::uint8_t>;
 
@@ -30,62 +24,61 @@ using ByteString = std::vector<std::uint8_t>;
 int FindSet();
 /** The segment under our key, or -1. */
 int FindSegment();
+/** Processes that have it attached; 0 when there is none. */
+unsigned long Attachments();
 /** Values of all semaphores; empty when there is no set. */
 std::vector<int> SemaphoreValues(int set);
-/** Some process has changed a semaphore of it by semop. */
-bool WasEverUsed(int set);
 /** How many processes the set counts as users; -1 when there is none. */
 int RegisteredUsers();
-
-/** All values of the set with so many users and all locks free. */
+/** All values of the set with so many users and all locks free; of 0 users: there is no set. */
 std::vector<int> Semaphores(int users);
+void RemoveSet();
 
-/** The mapped segment; the test ends with an exception when there is none. */
+/** All bytes of the mapped segment; the test ends with an exception when there is none. */
 class SegmentView {
 public:
-    SegmentView() : SegmentView(FindSegment()) {}
-    explicit SegmentView(int segment);
+    explicit SegmentView(int segment = FindSegment());
     SegmentView(const SegmentView&) = delete;
     SegmentView& operator=(const SegmentView&) = delete;
     ~SegmentView();
 
-    [[nodiscard]] ByteString Bytes(std::size_t offset, std::size_t count) const;
-    [[nodiscard]] std::string Text(std::size_t offset) const;
-    template <class Number>
-    [[nodiscard]] Number At(std::size_t offset) const {
-        return *reinterpret_cast<const Number*>(bytes + offset);
+    [[nodiscard]] ByteString Bytes(std::size_t offset, std::size_t count) const {
+        return {bytes + offset, bytes + offset + count};
     }
-    /** Offsets of all blocks whose name is this, walking by their units. */
-    [[nodiscard]] std::vector<std::size_t> BlocksNamed(const std::string& name) const;
+    [[nodiscard]] ByteString All() const { return Bytes(0, size); }
 
     unsigned char* bytes;
+    std::size_t size;
 };
 
-// Segments written by hand. Numbers are little-endian.
+// A board's entries
+ByteString OnCopy(int deviceNo);
+ByteString OffCopy(int deviceNo);
+ByteString EepromEntry(int deviceNo);
 
-constexpr std::size_t kFirstBlock = 136;
+// Sets and segments made by hand. Numbers are little-endian.
 
+int MakeSet(const std::vector<int>& values, bool used);
+int MakeSegment(const ByteString& content);
 void PutNumber(ByteString& bytes, std::size_t offset, std::uint64_t value, int width);
 void PutText(ByteString& bytes, std::size_t offset, const char* text);
 /** The header of the block that starts at a unit. */
 void PutBlock(ByteString& bytes, std::size_t unit, const char* name, unsigned useCount,
               unsigned units);
-/** A fresh 65536-byte arena. */
-ByteString FreshSegment(const char* name, const char* lockName);
+/** The library's arena without any object. */
+ByteString FreshSegment();
 /** The library's arena with its four objects, nothing in them yet. */
 ByteString SegmentInUse(unsigned useCount);
 /** Empty when there is none. */
 std::string FirstDifference(const ByteString& found, const ByteString& wanted);
+/** Of the segment's headers, use counts aside, from those of SegmentInUse. */
+std::string HeaderDifference();
 
-/** Names of the library's objects that are not in the segment exactly once. */
-std::string ObjectsTwiceOrMissing();
 /** A process holds the lock of one of the two key files. */
 bool KeyFileIsLocked();
-/** Of this process. */
-std::size_t OpenDescriptors();
 
-ByteString OnCopy(int deviceNo);
-ByteString OffCopy(int deviceNo);
+/** Whether `own_world` runs this program; tests that touch shared state must not run otherwise. */
+bool InOwnWorld();
 
 /** For a test of processes in this program's world: it must be empty before and afterwards. */
 class SharedStateTest : public ::testing::Test {
@@ -93,12 +86,14 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
+    static void ExpectNothingIsLeft();
     /** Removes all System V objects of this world, as a killed process leaves them. */
     static void Sweep();
     /** Removes the key files as well: nobody has been here yet. */
     static void SweepKeyFiles();
 
 private:
+    static std::size_t OpenDescriptors();
     std::size_t descriptorsBefore = 0;
 };
 

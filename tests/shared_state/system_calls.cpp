@@ -1,10 +1,9 @@
 /**
  * @file system_calls.cpp
- * @brief Counts the program's System V and flock calls, and may end it after any of them.
+ * @brief Watches the program's System V and flock calls.
  */
 #include "system_calls.h"
 
-#include <signal.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/sem.h>
@@ -15,71 +14,49 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <utility>
 
 namespace {
 
-constexpr int kNever = -1;
 constexpr std::size_t kSegmentRoom = 65536;
 
 std::atomic<int> made = 0;
-std::atomic<int> interrupted = 0;
-std::atomic<int> lastAllowed = kNever;
-std::atomic<void (*)(const char*, long)> watching = nullptr;
-std::atomic<bool> guarding = false;
+system_calls::Watcher watching;
+bool guarding = false;
 
-long After(const char* name, long result) {
+template <class... Arguments>
+long Call(const char* name, long number, Arguments... arguments) {
+    const long result = syscall(number, arguments...);
     const int error = errno;
-    if (const auto watcher = watching.load()) watcher(name, result);
-    if (made.fetch_add(1) + 1 == lastAllowed) {
-        kill(getpid(), SIGKILL);
-        pause();
-    }
+    const int call = ++made;
+    if (watching) watching(name, result, call);
     errno = error;
     return result;
 }
 
 }  // namespace
 
-namespace system_calls {
-
-void CountAndKillAfter(int last) {
+void system_calls::Watch(Watcher watcher) {
+    watching = std::move(watcher);
     made = 0;
-    interrupted = 0;
-    lastAllowed = last;
 }
 
-void Count() {
-    CountAndKillAfter(kNever);
-}
-
-int Made() {
+int system_calls::Made() {
     return made;
 }
 
-int Interrupted() {
-    return interrupted;
+void system_calls::AttachBetweenGuards() {
+    guarding = true;
 }
-
-void Watch(void (*watcher)(const char* name, long result)) {
-    watching = watcher;
-}
-
-void AttachBetweenGuards(bool guarded) {
-    guarding = guarded;
-}
-
-}  // namespace system_calls
 
 extern "C" {
 
 int semget(key_t key, int semaphores, int flags) {
-    return static_cast<int>(After("semget", syscall(SYS_semget, key, semaphores, flags)));
+    return static_cast<int>(Call("semget", SYS_semget, key, semaphores, flags));
 }
 
 int semop(int set, sembuf* operations, std::size_t count) {
-    const long result = syscall(SYS_semtimedop, set, operations, count, nullptr);
-    if (result < 0 && errno == EINTR) ++interrupted;
-    return static_cast<int>(After("semop", result));
+    return static_cast<int>(Call("semop", SYS_semtimedop, set, operations, count, nullptr));
 }
 
 int semctl(int set, int semaphore, int command, ...) {
@@ -87,12 +64,11 @@ int semctl(int set, int semaphore, int command, ...) {
     va_start(rest, command);
     const long argument = va_arg(rest, long);
     va_end(rest);
-    return static_cast<int>(
-        After("semctl", syscall(SYS_semctl, set, semaphore, command, argument)));
+    return static_cast<int>(Call("semctl", SYS_semctl, set, semaphore, command, argument));
 }
 
 int shmget(key_t key, std::size_t size, int flags) {
-    return static_cast<int>(After("shmget", syscall(SYS_shmget, key, size, flags)));
+    return static_cast<int>(Call("shmget", SYS_shmget, key, size, flags));
 }
 
 void* shmat(int segment, const void* address, int flags) {
@@ -102,19 +78,19 @@ void* shmat(int segment, const void* address, int flags) {
         address = place + kSegmentRoom;
         flags |= SHM_REMAP;
     }
-    return reinterpret_cast<void*>(After("shmat", syscall(SYS_shmat, segment, address, flags)));
+    return reinterpret_cast<void*>(Call("shmat", SYS_shmat, segment, address, flags));
 }
 
 int shmdt(const void* address) {
-    return static_cast<int>(After("shmdt", syscall(SYS_shmdt, address)));
+    return static_cast<int>(Call("shmdt", SYS_shmdt, address));
 }
 
 int shmctl(int segment, int command, shmid_ds* state) {
-    return static_cast<int>(After("shmctl", syscall(SYS_shmctl, segment, command, state)));
+    return static_cast<int>(Call("shmctl", SYS_shmctl, segment, command, state));
 }
 
 int flock(int descriptor, int operation) noexcept {
-    return static_cast<int>(After("flock", syscall(SYS_flock, descriptor, operation)));
+    return static_cast<int>(Call("flock", SYS_flock, descriptor, operation));
 }
 
 }  // extern "C"

@@ -1,6 +1,6 @@
 /**
  * @file system_calls.h
- * @brief Counts the program's System V and flock calls, and may end it after any of them.
+ * @brief Watches the program's System V and flock calls.
  *
  * Linked into a program, it takes semget, semop, semctl, shmget, shmat, shmdt, shmctl and flock,
  * and passes them on.
@@ -8,21 +8,21 @@
 #ifndef SYSTEM_CALLS_H
 #define SYSTEM_CALLS_H
 
+#include <functional>
+#include <string>
+
 namespace system_calls {
 
-/** Starts to count anew; the process is killed (SIGKILL) right after call `last`, 1 the first. */
-void CountAndKillAfter(int last);
-/** Starts to count anew. */
-void Count();
-int Made();
-/** Waits for a semaphore that a signal has interrupted, since the start of the count. */
-int Interrupted();
+/** Called after each call with its name and result; `number` is 1 at the first one. */
+using Watcher = std::function<void(const std::string& name, long result, int number)>;
 
-/** Called after every call with its name, while it is set; must not make such a call itself. */
-void Watch(void (*watcher)(const char* name, long result));
+/** Replaces the watcher, which must not make such a call itself. Only while no thread works. */
+void Watch(Watcher watcher);
+/** Calls since then. */
+int Made();
 
 /** Segments are attached between pages that must not be touched. */
-void AttachBetweenGuards(bool guarded);
+void AttachBetweenGuards();
 
 }  // namespace system_calls
 

@@ -1,0 +1,199 @@
+/**
+ * @file each_call_test.cpp
+ * @brief Processes that are killed, or that stop, after each of their System V calls in turn:
+ * whoever comes next, or works meanwhile, is not disturbed.
+ */
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <functional>
+#include <string>
+
+#include "children.h"
+#include "loaded_library.h"
+#include "outside_view.h"
+#include "system_calls.h"
+
+namespace {
+
+constexpr int kKilled = 128 + SIGKILL;
+constexpr int kNever = 0;
+
+using Act = void (*)(LoadedLibrary&);
+
+/** What a process does while its calls count. */
+struct Phase {
+    const char* what;
+    int fewestCalls;  // that it is known to make
+    Act before, during;
+};
+
+void Switch(LoadedLibrary& library) {
+    library.SetOutputBit(12, 1);
+}
+
+void Unload(LoadedLibrary& library) {
+    library.Unload();
+}
+
+const Phase kLoading = {"load", 38, nullptr, nullptr};
+const Phase kLeaving = {"unload", 17, Switch, Unload};
+const Phase kPhases[] = {
+    kLoading,
+    kLeaving,
+    {"two locks", 4, nullptr, Switch},
+    {"one lock", 2, nullptr, [](LoadedLibrary& library) { library.SetOnPeriodBit(12, 1); }},
+    {"EEPROM entry", 2, nullptr, [](LoadedLibrary& library) { library.ConfigureEeprom(); }},
+    {"joining a new set", 20, [](LoadedLibrary&) { RemoveSet(); }, Switch},
+};
+
+/** A whole life of the library, watched during the phase; yields the calls made in it. */
+int Live(
+    const Phase& phase, const system_calls::Watcher& watcher,
+    const std::function<void()>& afterwards = [] {}) {
+    AddAcceptingBoard();
+    const bool loads = phase.during == nullptr;
+    if (loads) system_calls::Watch(watcher);
+    LoadedLibrary library;
+    if (!loads) {
+        library.InitPort(0);
+        if (phase.before != nullptr) phase.before(library);
+        system_calls::Watch(watcher);
+        phase.during(library);
+    }
+    const int made = system_calls::Made();
+    system_calls::Watch(nullptr);
+    afterwards();
+    return made;
+}
+
+/** Lives, and is killed after that call. */
+Child LiveUntil(const Phase& phase, int last) {
+    return Child([&phase, last] {
+        return Live(phase, [last](const std::string&, long, int number) {
+            if (number == last) raise(SIGKILL);
+        });
+    });
+}
+
+/** How many calls the phase makes, as nobody else is there. */
+int CallsOf(const Phase& phase) {
+    const int calls = LiveUntil(phase, kNever).Wait();
+    EXPECT_GE(calls, phase.fewestCalls) << "the calls are not seen";
+    return calls;
+}
+
+class EachCallTest : public SharedStateTest {};
+
+TEST_F(EachCallTest, WhoeverComesAfterAKilledProcessIsServed) {
+    for (const Phase& phase : kPhases) {
+        const int calls = CallsOf(phase);
+        for (int last = 1; last <= calls && !HasFailure(); ++last) {
+            SCOPED_TRACE(std::string(phase.what) + ", killed after call " + std::to_string(last));
+            Sweep();
+            SweepKeyFiles();
+            EXPECT_EQ(LiveUntil(phase, last).Wait(), kKilled);
+            EXPECT_FALSE(KeyFileIsLocked());
+            EXPECT_EQ(StatusOf([] { return UseEverything(); }), kAll);
+            EXPECT_EQ(FindSegment(), -1) << "it was the last that had it attached";
+            // The killed one counts for ever.
+            if (FindSet() != -1) {
+                EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1));
+            }
+        }
+    }
+    Sweep();
+}
+
+TEST_F(EachCallTest, ProcessesThatAreKilledDoNotHoldUpAWorkingOne) {
+    struct State {
+        std::atomic<unsigned> done = 0;
+        std::atomic<bool> finish = false;
+    };
+    const InSharedMemory<State> state;
+    Child worker([&] {
+        AddAcceptingBoard(5);
+        LoadedLibrary library;
+        int failures = library.InitPort(5) != 1;
+        for (; !state->finish; ++state->done)
+            failures += library.SetOutputBit(state->done % 38, 1) != 1;
+        return failures;
+    });
+    for (const Phase& phase : kPhases) {
+        // Others may do a part of it, so that it ends before.
+        for (int last = 1, status = kKilled; status == kKilled && !HasFailure(); ++last) {
+            SCOPED_TRACE(std::string(phase.what) + ", killed after call " + std::to_string(last));
+            status = LiveUntil(phase, last).Wait();
+            const unsigned before = state->done;
+            EXPECT_TRUE(Await([&] { return state->done >= before + 2; })) << "the worker is stuck";
+            EXPECT_EQ(StatusOf([] { return UseEverything(false); }), kAll);
+            EXPECT_EQ(HeaderDifference(), "");
+            const std::vector<int> values = SemaphoreValues(FindSet());
+            EXPECT_LE(*std::max_element(values.begin() + 1, values.end()), 1);
+        }
+    }
+    state->finish = true;
+    EXPECT_EQ(worker.Wait(), 0);
+    EXPECT_EQ(FindSegment(), -1);
+    Sweep();
+}
+
+/** The first process stops after a call, and the second one loads as far as it can meanwhile. */
+void Meet(const Phase& phase, int stopAfter) {
+    struct Meeting {
+        std::atomic<bool> stopped = false, goOn = false;  // the first process, after its call
+        std::atomic<bool> served = false;                 // the second process
+        Barrier barrier;
+    };
+    const InSharedMemory<Meeting> shared;
+    const auto stop = [&](const std::string&, long, int number) {
+        if (number != stopAfter) return;
+        shared->stopped = true;
+        Await([&] { return shared->goOn.load(); });
+    };
+    const auto meet = [&] {
+        shared->barrier.Arrive();
+        shared->barrier.Arrive();
+    };
+    Child first([&] {
+        Live(phase, stop, meet);
+        return 0;
+    });
+    EXPECT_TRUE(Await([&] { return shared->stopped.load(); }));
+    Child second([&] {
+        AddAcceptingBoard();
+        LoadedLibrary library;
+        EXPECT_EQ(library.InitPort(0), 1);
+        EXPECT_EQ(library.SetOutputBit(7, 1), 1);
+        EXPECT_EQ(OnCopy(0)[0], 128);
+        shared->served = true;
+        shared->barrier.Arrive();
+        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(phase.during == nullptr ? 2 : 1));
+        EXPECT_EQ(HeaderDifference(), "");
+        shared->barrier.Arrive();
+        return 0;
+    });
+    EXPECT_TRUE(Await([&] {
+        return shared->served || second.WaitsIn(SYS_flock) || second.WaitsIn(SYS_semtimedop);
+    }));
+    usleep(300);  // unless it waits for nobody
+    shared->goOn = true;
+    EXPECT_EQ(second.Wait(), 0);
+    EXPECT_EQ(first.Wait(), 0);
+}
+
+TEST_F(EachCallTest, WhoLoadsWhileAnotherLoadsOrLeavesIsServed) {
+    for (const Phase& phase : {kLoading, kLeaving}) {
+        const int calls = CallsOf(phase);
+        for (int call = 1; call <= calls && !HasFailure(); ++call) {
+            SCOPED_TRACE(std::string(phase.what) + ", stopped after call " + std::to_string(call));
+            Meet(phase, call);
+            ExpectNothingIsLeft();
+        }
+    }
+}
+
+}  // namespace
