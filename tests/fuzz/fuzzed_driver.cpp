@@ -1,12 +1,8 @@
 /**
  * @file fuzzed_driver.cpp
- * @brief The fuzzed driver, and the system calls that it takes over.
+ * @brief The fuzzed driver, and the ioctl that it takes over.
  */
 #include "fuzzed_driver.h"
-
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <sys/mman.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,30 +11,24 @@
 #include <cstdlib>
 #include <cstring>
 
+// The constant driver has the devices; its ioctl goes by this name.
+extern "C" int ConstantIoctl(int descriptor, unsigned long request, ...);
+
 namespace {
 
 constexpr std::size_t kLongestK40Reply = 62;
 
 /** Lengths at which something may break: limits of replies, chunks and number types. */
 constexpr std::uint64_t kClaims[] = {
-    0,          1,     2,          3,          4,          7,          8,
-    57,         58,    59,         60,         61,         62,         63,
-    64,         65,    66,         252,        253,        254,        255,
-    256,        257,   258,        511,        512,        513,        528,
-    65535,      65536, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 1UL << 32U, (1UL << 32U) + 4,
-    1UL << 63U, ~1UL,  ~0UL,
+    // clang-format off
+    0, 1, 2, 4, 7, 8, 57, 58, 59, 60, 61, 62, 63, 64, 65, 66, 253, 254, 255, 256, 257, 258, 511,
+    512, 513, 65535, 65536, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 1UL << 32U, 1UL << 63U, ~0UL,
+    // clang-format on
 };
 
-template <class Function>
-Function* Next(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-bool IsMemoryRead(unsigned char command) {
-    return command == 5 || command == 70 || command == 116;
-}
-
 }  // namespace
+
+FuzzedDriver& driver = *new FuzzedDriver;  // never destroyed: it serves to the end of the process
 
 void InputBytes::Fill(void* target, std::size_t length) {
     const std::size_t taken = std::min(length, static_cast<std::size_t>(end_ - next_));
@@ -47,58 +37,21 @@ void InputBytes::Fill(void* target, std::size_t length) {
     next_ += taken;
 }
 
-FuzzedDriver& FuzzedDriver::Instance() {
-    // Never destroyed: it serves to the end of the process.
-    static auto* driver = new FuzzedDriver;
-    return *driver;
-}
-
-void FuzzedDriver::Begin(InputBytes& input, int deviceNo) {
+void FuzzedDriver::BeginOperation(InputBytes& input, const char* name, const Kind& kind) {
     input_ = &input;
-    deviceNo_ = deviceNo;
-}
-
-void FuzzedDriver::BeginOperation(const char* name, const ExchangeLimits& limits) {
     operation_ = name;
-    limits_ = limits;
-    header_ = exchanges_ = 0;
-    error_ = 0;
-    length_ = asked_ = 0;
-    delivered_.clear();
-    deliveredBefore_ = 0;
+    kind_ = kind;
+    exchanges = 0;
+    error = 0;
+    length = asked = header = 0;
+    delivered.clear();
+    deliveredBefore = 0;
 }
 
 void FuzzedDriver::Require(bool holds, const char* what) const {
     if (holds) return;
-    std::fprintf(stderr, "%s, device %d, %u exchanges: %s\n", operation_, deviceNo_, exchanges_,
-                 what);
+    std::fprintf(stderr, "%s, %u exchanges: %s\n", operation_, exchanges, what);
     std::abort();
-}
-
-int FuzzedDriver::StoreBytes() {
-    // Mostly in or near the range in which the indices make sense.
-    const unsigned range = input_->Byte() % 4 == 0 ? 65536 : 258;
-    std::vector<std::uint8_t> entry(sizeof(StoredBytes), static_cast<std::uint8_t>(range));
-    for (std::size_t at = 0; at < 4; at += 2) {
-        const unsigned index = input_->Take<std::uint16_t>() % range;
-        std::memcpy(entry.data() + at, &index, 2);
-    }
-    receivedBytes.Set(static_cast<std::size_t>(deviceNo_), entry);
-    return 1;
-}
-
-int FuzzedDriver::StoreEeprom() {
-    std::vector<std::uint8_t> entry(8);
-    input_->Fill(entry.data(), entry.size());
-    eeproms.Set(static_cast<std::size_t>(deviceNo_), entry);
-    return 1;
-}
-
-StoredBytes FuzzedDriver::LookAtStoredBytes() const {
-    StoredBytes stored;
-    const auto entry = receivedBytes.Get(static_cast<std::size_t>(deviceNo_), sizeof stored);
-    std::memcpy(&stored, entry.data(), sizeof stored);
-    return stored;
 }
 
 void FuzzedDriver::ChooseReply(unsigned shape, Answer& answer) {
@@ -108,39 +61,36 @@ void FuzzedDriver::ChooseReply(unsigned shape, Answer& answer) {
         input.Fill(answer.bytes, answer.written);
         return;
     }
-    answer.written = shape == 3 ? asked_ : shape == 4 ? kLongestK40Reply : 256 - input.Byte();
+    answer.written = shape == 3 ? asked : shape == 4 ? kLongestK40Reply : 256 - input.Byte();
     std::memset(answer.bytes, static_cast<int>(input.Byte()), answer.written);
     answer.honest = shape < 6;
     if (shape == 6) answer.claimed = input.Pick(kClaims);
     if (shape == 7) answer.claimed = input.Take<std::uint64_t>();
 }
 
-void FuzzedDriver::ChooseFate(unsigned fate, Answer& answer) {
-    if (fate == 4) answer.status = input_->Take<std::int32_t>();
-    if (fate == 5) answer.echo = input_->Byte();
-    if (fate == 6) answer.refused = true;
-    if (fate == 7) input_->Byte() % 2 == 0 ? StoreBytes() : StoreEeprom();
-}
-
 FuzzedDriver::Answer FuzzedDriver::Next(unsigned char command, const unsigned char* payload) {
-    Require(error_ == 0 || limits_.goesOnAfterFailure, "goes on after a failure");
-    Require(++exchanges_ <= limits_.most, "too many exchanges");
+    Require(error == 0 || kind_.goesOnAfterFailure, "goes on after a failure");
+    Require(++exchanges <= kind_.most, "too many exchanges");
 
-    asked_ = IsMemoryRead(command) ? payload[0] : 0;
+    const bool isMemoryRead = command == 5 || command == 70 || command == 116;
+    asked = isMemoryRead ? payload[0] : 0;
     Answer answer;
-    if (input_->Empty() || exchanges_ > limits_.answered) return answer;
+    if (input_->Empty() || exchanges > kind_.answered) return answer;
     const unsigned control = input_->Byte();
     ChooseReply(control % 8, answer);
-    ChooseFate(control / 8 % 8, answer);
+    const unsigned fate = control / 8 % 8;
+    if (fate == 4) answer.status = input_->Take<std::int32_t>();
+    if (fate == 5) answer.echo = input_->Byte();
+    answer.refused = fate == 6;
     return answer;
 }
 
-int FuzzedDriver::Conclude(const Answer& answer, int error, std::size_t length) {
-    error_ = answer.refused ? 6 : error;
-    length_ = error_ == 0 ? length : 0;
-    if (error_ == 0) {
-        deliveredBefore_ = delivered_.size();
-        delivered_.insert(delivered_.end(), reply_ + std::min(header_, length_), reply_ + length_);
+int FuzzedDriver::Conclude(const Answer& answer, int failure, std::size_t replyLength) {
+    error = answer.refused ? 6 : failure;
+    length = error == 0 ? replyLength : 0;
+    if (error == 0) {
+        deliveredBefore = delivered.size();
+        delivered.insert(delivered.end(), reply_ + std::min(header, length), reply_ + length);
     }
     errno = EIO;
     return answer.refused ? -1 : 0;
@@ -173,50 +123,12 @@ int FuzzedDriver::Transfer(K44Record& record) {
                     std::min<std::uint64_t>(*record.replyLength, sizeof reply_));
 }
 
-const char* FuzzedDriver::Attribute(const char* path) const {
-    char folder[64];
-    std::snprintf(folder, sizeof folder, "/sys/class/Kovar/Kovar_%d/", deviceNo_);
-    if (std::strncmp(path, folder, std::strlen(folder)) != 0) return nullptr;
-    const char* products[] = {"Marvane K40 Board", "Marvane K44 Board", "Marvane K50 Board"};
-    if (std::strstr(path, "product") != nullptr) return products[deviceNo_ % 3];
-    return deviceNo_ / 3 == 0 ? "480" : "12";
-}
-
-extern "C" {
-
-int open(const char* path, int flags, ...) {
-    if (std::strncmp(path, "/dev/Kovar_", 11) == 0) {
-        static const int node = memfd_create("Kovar", MFD_CLOEXEC);
-        return fcntl(node, F_DUPFD_CLOEXEC, 1);
-    }
-    std::va_list rest;
-    va_start(rest, flags);
-    const int mode = (flags & O_CREAT) != 0 ? va_arg(rest, int) : 0;
-    va_end(rest);
-    static auto* next = Next<int(const char*, int, ...)>("open");
-    return next(path, flags, mode);
-}
-
-std::FILE* fopen(const char* path, const char* mode) {
-    if (std::strncmp(path, "/sys/class/Kovar/", 17) != 0) {
-        static auto* next = Next<std::FILE*(const char*, const char*)>("fopen");
-        return next(path, mode);
-    }
-    const char* text = FuzzedDriver::Instance().Attribute(path);
-    if (text == nullptr) return nullptr;
-    return fmemopen(const_cast<char*>(text), std::strlen(text), "r");
-}
-
-int ioctl(int descriptor, unsigned long request, ...) {
+extern "C" int ioctl(int descriptor, unsigned long request, ...) {
     std::va_list rest;
     va_start(rest, request);
     void* argument = va_arg(rest, void*);
     va_end(rest);
-    FuzzedDriver& driver = FuzzedDriver::Instance();
     if (request == kK40Request) return driver.Transfer(*static_cast<K40Record*>(argument));
     if (request == kK44Request) return driver.Transfer(*static_cast<K44Record*>(argument));
-    static auto* next = Next<int(int, unsigned long, ...)>("ioctl");
-    return next(descriptor, request, argument);
+    return ConstantIoctl(descriptor, request, argument);
 }
-
-}  // extern "C"

@@ -7,7 +7,6 @@
  * watched by the sanitizers, for which every output is a heap block of exactly its size.
  */
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
@@ -18,17 +17,20 @@
 
 #include "fuzzed_driver.h"
 #include "marvaneusb.h"
+#include "shared_entries.h"
 
 namespace {
 
+constexpr int kBoardCount = 6;  // K40, K44 and K50 in turn, three at each speed
 constexpr unsigned kMostOperations = 6;
 constexpr unsigned kMostAnswers = 8;  // that are not empty, to an operation that asks on
 constexpr std::size_t kMostReceived = kMostAnswers * 256UL;
 constexpr unsigned char kUntouched = 0xA5;
 constexpr int kNothingKept = -1;
 
-FuzzedDriver& driver = FuzzedDriver::Instance();
 auto* const boards = new MarvaneUSB[kBoardCount];  // open to the end of the process
+auto& receivedBytes = *new SharedEntries(SharedEntries::OfReceivedBytes());
+auto& eeproms = *new SharedEntries(SharedEntries::OfEeproms());
 
 void Require(bool holds, const char* what) {
     driver.Require(holds, what);
@@ -37,15 +39,15 @@ void Require(bool holds, const char* what) {
 /** One call: its board, its arguments, its outputs. */
 class Call {
 public:
-    Call(InputBytes& bytes, int deviceNo, int (&keptBytes)[2])
+    Call(InputBytes& bytes, unsigned deviceNo, int (&keptBytes)[2])
         : input(bytes), device(deviceNo), board(boards[deviceNo]), kept(keptBytes) {}
 
     [[nodiscard]] bool IsK40() const { return device % 3 == 0; }
     [[nodiscard]] std::size_t LongestReply() const { return IsK40() ? 62 : 256; }
 
-    template <class Value>
+    template <class Value = unsigned char>
     Value* Out(std::size_t count = 1) {
-        Output& output = outputs_[outputCount_++];
+        Output& output = outputs_.emplace_back();
         output.size = count * sizeof(Value);
         output.bytes = std::make_unique_for_overwrite<unsigned char[]>(output.size);
         std::memset(output.bytes.get(), kUntouched, output.size);
@@ -59,16 +61,15 @@ public:
 
     /** That no output has changed behind its first bytes. */
     [[nodiscard]] bool Untouched(std::size_t written = 0) const {
-        return std::all_of(
-            outputs_.begin(), outputs_.begin() + outputCount_, [written](const Output& output) {
-                const unsigned char* bytes = output.bytes.get();
-                return std::all_of(bytes + std::min(written, output.size), bytes + output.size,
-                                   [](unsigned char byte) { return byte == kUntouched; });
-            });
+        return std::all_of(outputs_.begin(), outputs_.end(), [written](const Output& output) {
+            const unsigned char* bytes = output.bytes.get();
+            return std::all_of(bytes + std::min(written, output.size), bytes + output.size,
+                               [](unsigned char byte) { return byte == kUntouched; });
+        });
     }
 
     InputBytes& input;
-    const int device;
+    const unsigned device;
     MarvaneUSB& board;
     int (&kept)[2];  // what each port keeps for its next receive
 
@@ -77,8 +78,7 @@ private:
         std::unique_ptr<unsigned char[]> bytes;
         std::size_t size = 0;
     };
-    std::array<Output, 3> outputs_;
-    unsigned outputCount_ = 0;
+    std::vector<Output> outputs_;
 };
 
 // What several operations have in common
@@ -95,31 +95,28 @@ Type Argument(Call& call) {
     }
 }
 
-template <class... Types>
-int CallWithArguments(Call& call, int (MarvaneUSB::*operation)(Types...)) {
-    std::tuple<MarvaneUSB&, Types...> arguments{call.board, Argument<Types>(call)...};
-    return std::apply(operation, arguments);
-}
-
 /** Values of which only the room and, after a failure, the absence is checked. */
 template <auto kOperation>
 int Read(Call& call) {
-    return CallWithArguments(call, kOperation);
+    return [&call]<class... Types>(int (MarvaneUSB::*operation)(Types...)) {
+        std::tuple<MarvaneUSB&, Types...> arguments{call.board, Argument<Types>(call)...};
+        return std::apply(operation, arguments);
+    }(kOperation);
 }
 
 /** The target begins with that many delivered bytes, and holds nothing behind them. */
 void CheckDelivered(Call& call, const unsigned char* target, std::size_t length) {
-    Require(length <= driver.Delivered().size(), "more than was delivered");
-    Require(std::equal(target, target + length, driver.Delivered().begin()),
+    Require(length <= driver.delivered.size(), "more than was delivered");
+    Require(std::equal(target, target + length, driver.delivered.begin()),
             "not what was delivered");
     Require(call.Untouched(length), "writes behind what was delivered");
 }
 
 /** A record whose bytes are those of the reply. */
-template <class Record>
-int ReadRecord(Call& call, int (MarvaneUSB::*operation)(Record*)) {
+template <class Record, int (MarvaneUSB::*kOperation)(Record*)>
+int ReadRecord(Call& call) {
     auto* record = call.Out<Record>();
-    if ((call.board.*operation)(record) == 0) return 0;
+    if ((call.board.*kOperation)(record) == 0) return 0;
     const auto* bytes = reinterpret_cast<const unsigned char*>(record);
     for (std::size_t i = 0; i < sizeof(Record); ++i)
         Require(bytes[i] == driver.Arrived(i), "a byte is not the reply's");
@@ -129,9 +126,9 @@ int ReadRecord(Call& call, int (MarvaneUSB::*operation)(Record*)) {
 /** As many bytes as came. */
 template <class Operation>
 int ReadWholeReply(Call& call, Operation operation) {
-    auto* target = call.Out<unsigned char>(call.LongestReply());
+    auto* target = call.Out(call.LongestReply());
     const int result = operation(target);
-    if (result == 1) CheckDelivered(call, target, driver.Length());
+    if (result == 1) CheckDelivered(call, target, driver.length);
     return result;
 }
 
@@ -148,16 +145,15 @@ int ReadMemory(Call& call, int (MarvaneUSB::*operation)(Address, unsigned char*,
     const auto length =
         static_cast<Length>(call.Byte() % 8 == 0 ? call.input.Pick(kNeverAccepted)
                                                  : call.input.Take<std::uint16_t>() % 700U);
-    auto* data = call.Out<unsigned char>(std::min<std::size_t>(length, kMostReceived));
+    auto* data = call.Out(std::min<std::size_t>(length, kMostReceived));
     const int result = (call.board.*operation)(address, data, length);
 
-    const bool unfit = result == 0 && driver.Exchanges() > 0 && driver.Accepted();
-    if (unfit) {
-        const int error = call.board.GetLastError();
-        Require(driver.Length() == 0 ? error == 6 : driver.Length() > driver.Asked() && error == 7,
-                "the reply was fit");
-    }
-    const std::size_t done = unfit ? driver.DeliveredBefore() : driver.Delivered().size();
+    const bool unfit = result == 0 && driver.exchanges > 0 && driver.error == 0;
+    const int error = call.board.GetLastError();
+    Require(
+        !unfit || (driver.length == 0 ? error == 6 : driver.length > driver.asked && error == 7),
+        "the reply was fit");
+    const std::size_t done = unfit ? driver.deliveredBefore : driver.delivered.size();
     CheckDelivered(call, data, done);
     Require(result == 0 || done == length, "not all was read");
     return result;
@@ -188,10 +184,10 @@ int Receive(Call& call, ReceiveForm<Unit> receive, ReceiveExForm<Unit> receiveEx
     unsigned long count = 0;
     const int result = isBounded ? (call.board.*receiveEx)(port, units, capacity, &count)
                                  : (call.board.*receive)(port, units, &count);
-    if (result == 0 && driver.Exchanges() == 0) return 0;
+    if (result == 0 && driver.exchanges == 0) return 0;
 
     int& kept = call.kept[port];
-    std::vector<unsigned char> bytes(driver.Delivered());
+    std::vector<unsigned char> bytes(driver.delivered);
     if (kept != kNothingKept) bytes.insert(bytes.begin(), static_cast<unsigned char>(kept));
     kept = kNothingKept;
     if (result == 0 && kSize == 2 && !isBounded) return 0;  // all is lost, as documented
@@ -202,7 +198,7 @@ int Receive(Call& call, ReceiveForm<Unit> receive, ReceiveExForm<Unit> receiveEx
         Require(units[i] == unit, "not what was delivered");
     }
     Require(call.Untouched(bytes.size()), "writes behind what was delivered");
-    const bool boardHasMore = !driver.Accepted() || driver.Length() > 0;
+    const bool boardHasMore = driver.error != 0 || driver.length > 0;
     if (isBounded && boardHasMore && bytes.size() % kSize != 0) kept = bytes.back();
     return result;
 }
@@ -212,64 +208,29 @@ int ReceivePolled(Call& call, bool isBounded) {
         isBounded ? Capacity(call, call.LongestReply() - 2) : kMostReceived;
     const _usbSerialPort port = call.Port();
     const auto index = static_cast<unsigned char>(call.Byte() % 5);
-    auto* buffer = call.Out<unsigned char>(std::min(capacity, kMostReceived));
+    auto* buffer = call.Out(std::min(capacity, kMostReceived));
     unsigned long length = 0;
     unsigned status = 0;
-    driver.LeaveOut(2);
+    driver.header = 2;
+    MarvaneUSB& board = call.board;
     const int result =
-        isBounded
-            ? call.board.ReceivePolledMessageEx(port, index, buffer, capacity, &length, &status)
-            : call.board.ReceivePolledMessage(port, index, buffer, &length, &status);
-    if (driver.Exchanges() == 0) return result;
+        isBounded ? board.ReceivePolledMessageEx(port, index, buffer, capacity, &length, &status)
+                  : board.ReceivePolledMessage(port, index, buffer, &length, &status);
+    if (driver.exchanges == 0) return result;
 
-    const bool unfit = result == 0 && driver.Accepted();
-    Require(!unfit || (driver.Delivered().size() > capacity && call.board.GetLastError() == 7),
+    const bool unfit = result == 0 && driver.error == 0;
+    Require(!unfit || (driver.delivered.size() > capacity && board.GetLastError() == 7),
             "the reply was fit");
-    Require(length == (unfit ? driver.DeliveredBefore() : driver.Delivered().size()),
+    Require(length == (unfit ? driver.deliveredBefore : driver.delivered.size()),
             "not the length of the message");
     CheckDelivered(call, buffer, length);
-    const bool atEnd = driver.Length() < 2 || driver.Arrived(1) == 0;
+    const bool atEnd = driver.length < 2 || driver.Arrived(1) == 0;
     Require(result == 0 || atEnd, "not the end of the message");
-    Require(result == 0 || driver.Length() == 0 || status == driver.Arrived(0), "not its status");
+    Require(result == 0 || driver.length == 0 || status == driver.Arrived(0), "not its status");
     return result;
-}
-
-template <class Data>
-int ReceiveTimestamped(Call& call, int (MarvaneUSB::*operation)(_usbSerialPort, Data*,
-                                                                unsigned char*, unsigned*)) {
-    auto* data = call.Out<Data>();
-    auto* timestamp = call.Out<unsigned char>();
-    unsigned received = 2;
-    const StoredBytes before = driver.LookAtStoredBytes();
-    const int result = (call.board.*operation)(call.Port(), data, timestamp, &received);
-    Require(result == 1 ? received <= 1 : received == 2, "neither received nor not");
-    if (result == 0) return 0;
-
-    const bool hasStored = before.count <= 256 && before.readIndex < before.count;
-    Require(driver.Exchanges() == (hasStored ? 0 : 1), "asks although it has, or has not");
-    const StoredBytes after = driver.LookAtStoredBytes();
-    Require(after.count <= 256 && after.readIndex <= after.count, "stores an impossible index");
-    const int first = hasStored ? before.bytes[before.readIndex] : driver.Arrived(0);
-    Require(received == 0 || *data >> 8 * (sizeof(Data) - 1) == first, "not the next byte");
-    return 1;
 }
 
 // Operations of a form of their own
-
-int GetInputBytes(Call& call) {
-    auto* bytes = call.Out<unsigned char>(sizeof(usbInput));
-    const int result = call.board.GetInputs(bytes);
-    if (result == 1) CheckDelivered(call, bytes, std::min(driver.Length(), sizeof(usbInput)));
-    return result;
-}
-
-int GetPulsedInputStatus(Call& call) {
-    unsigned status = 2;
-    const int result = call.board.GetPulsedInputStatus(Argument<_usbInputBitId>(call), &status,
-                                                       call.Out<unsigned char>());
-    Require(status == (driver.Arrived(0) == 4 ? 1 : 0), "not the status");
-    return result;
-}
 
 int ReadDiagnosticData(Call& call) {
     unsigned char request[] = {call.Byte()};
@@ -277,76 +238,50 @@ int ReadDiagnosticData(Call& call) {
     const int result = ReadWholeReply(call, [&](auto* reply) {
         return call.board.ReadDiagnosticData(request, sizeof request, reply, &length);
     });
-    Require(length == (result == 1 ? driver.Length() : ~0UL), "not the length of the reply");
+    Require(length == (result == 1 ? driver.length : ~0UL), "not the length of the reply");
     return result;
 }
 
-int GetDallasSerialNumber(Call& call) {
-    auto* serial = call.Out<unsigned char>(8);
-    auto* valid = call.Out<unsigned char>();
-    const int result = call.board.GetDallasSerialNumber(serial, valid);
-    Require(result == 0 || *valid == 0 || (*valid == 1 && driver.Length() >= 8), "no valid number");
-    return result;
-}
-
-int CheckEeprom(Call& call) {
-    auto* found = call.Out<K40EEPROM>();
-    if (call.board.CheckEEPROM(found) == 0) return 0;
-    const unsigned size = found->highestAddress + 1U;
-    Require(size >= 128 && (size & (size - 1)) == 0, "no EEPROM part");
-    return 1;
-}
-
-int SendSpi(Call& call) {
-    unsigned char data[] = "twenty bytes to send";
+int Send(Call& call, bool toSpi) {
+    unsigned char data[256] = {};
     return ReadWholeReply(call, [&](auto* reply) {
-        return call.board.SendSPI(call.Byte(), data, 0, call.Byte(), reply);
-    });
-}
-
-int SendSec(Call& call) {
-    unsigned char data[] = "sixteen of bytes";
-    return ReadWholeReply(call, [&](auto* reply) {
-        return call.board.SendSEC(1, 2, call.Byte() % 20, data, 0, call.Byte() % 20, reply);
+        const unsigned char most = call.Byte();
+        return toSpi ? call.board.SendSPI(call.Byte(), data, 0, most, reply)
+                     : call.board.SendSEC(1, 2, call.Byte() % 20, data, 0, most % 20, reply);
     });
 }
 
 int SendRaw(Call& call) {
     unsigned char data[520] = {};
     const unsigned long length = call.input.Take<std::uint16_t>() % sizeof data;
-    auto* reply = call.Out<unsigned char>(call.LongestReply());
+    auto* reply = call.Out(call.LongestReply());
     unsigned long replyLength = 0;
     const int channel = call.Byte() % 10 - 1;
     const int result =
         call.board.PerformUSBIO(call.Byte(), channel, data, length, reply, &replyLength);
-    if (!call.IsK40()) return result;  // what the driver claims is handed on
-    Require(replyLength == driver.Length(), "not the length of the reply");
-    CheckDelivered(call, reply, replyLength);
+    // Of the other models what the driver claims is handed on.
+    if (call.IsK40()) CheckDelivered(call, reply, replyLength);
     return result;
 }
 
-template <class Number>
-int Open(Call& call, int (MarvaneUSB::*operation)(Number), int number) {
-    MarvaneUSB opened;
-    unsigned char type = 0;
-    const int result = (opened.*operation)(static_cast<Number>(number));
-    Require(result == 0 || (opened.GetFittedBoard(&type) == 1 && type == call.device % 3 + 1),
-            "another model is open");
-    return result;
+int Open(Call& call) {
+    return MarvaneUSB().InitPort(static_cast<int>(call.device));
 }
 
-struct Kind {
-    ExchangeLimits limits;
-    bool keepsOutputs;  // when it fails
-    bool alwaysAsks;    // to succeed
-};
-constexpr Kind kOne = {{1, 1, false}, true, true};
-constexpr Kind kOneOrNone = {{1, 1, false}, true, false};
-constexpr Kind kRaw = {{1, 1, false}, false, true};
-constexpr Kind kUntilEmpty = {{kMostAnswers + 1, kMostAnswers, false}, false, false};
-constexpr Kind kDownload = {{300, 64, false}, true, true};
-constexpr Kind kDetection = {{100, 64, true}, true, true};
-constexpr Kind kOpening = {{400, 64, true}, true, true};
+/** Another program names a part in the shared segment, or what is none. */
+int StoreEeprom(Call& call) {
+    std::vector<std::uint8_t> entry(8);
+    call.input.Fill(entry.data(), entry.size());
+    eeproms.Set(call.device, entry);
+    return 1;
+}
+
+constexpr Kind kOne = {1, 1, false, true, true};
+constexpr Kind kOneOrNone = {1, 1, false, true, false};
+constexpr Kind kRaw = {1, 1, false, false, true};
+constexpr Kind kUntilEmpty = {kMostAnswers + 1, kMostAnswers, false, false, false};
+constexpr Kind kDownload = {300, 64, false, true, true};
+constexpr Kind kOpening = {400, 64, true, true, true};
 
 struct Operation {
     const char* name;
@@ -355,18 +290,20 @@ struct Operation {
 };
 
 using M = MarvaneUSB;
+using Byte = unsigned char;
+using Word = unsigned short;
 
 // clang-format off
 constexpr Operation kOperations[] = {
-    {"GetInputs, bytes",        kOne, GetInputBytes},
-    {"GetInputs",               kOne, [](Call& c) { return ReadRecord<usbInput>(c, &M::GetInputs); }},
-    {"GetRawInputs",            kOne, [](Call& c) { return ReadRecord(c, &M::GetRawInputs); }},
-    {"GetChangedInputs",        kOne, [](Call& c) { return ReadRecord(c, &M::GetChangedInputs); }},
-    {"GetMultiplexedInputs",    kOne, [](Call& c) { return ReadRecord(c, &M::GetMultiplexedInputs); }},
+    {"GetInputs, bytes",        kOne, [](Call& c) { return c.board.GetInputs(c.Out(5)); }},
+    {"GetInputs",               kOne, ReadRecord<usbInput, &M::GetInputs>},
+    {"GetRawInputs",            kOne, ReadRecord<usbInput, &M::GetRawInputs>},
+    {"GetChangedInputs",        kOne, ReadRecord<usbInput, &M::GetChangedInputs>},
+    {"GetMultiplexedInputs",    kOne, ReadRecord<usbMultiplexedInput, &M::GetMultiplexedInputs>},
     {"GetInputBit",             kOne, Read<&M::GetInputBit>},
     {"PulseOutputResult",       kOne, Read<&M::PulseOutputResult>},
     {"ReadPulsedInputCounter",  kOne, Read<&M::ReadPulsedInputCounter>},
-    {"GetPulsedInputStatus",    kOne, GetPulsedInputStatus},
+    {"GetPulsedInputStatus",    kRaw, Read<&M::GetPulsedInputStatus>},
     {"GetParallelHopperStatus", kOne, Read<&M::GetParallelHopperStatus>},
     {"GetRecordingStatus",      kOne, Read<&M::GetRecordingStatus>},
     {"ReadDiagnosticData",      kOne, ReadDiagnosticData},
@@ -375,43 +312,44 @@ constexpr Operation kOperations[] = {
 
     {"GetParityErrors",     kOne, Read<&M::GetParityErrors>},
     {"GetSASMessageStatus", kOne, Read<&M::GetSASMessageStatus>},
-    {"Receive",             kUntilEmpty, [](Call& c) { return Receive(c, &M::Receive); }},
-    {"ReceiveEx",           kUntilEmpty, [](Call& c) { return Receive<unsigned char>(c, nullptr, &M::ReceiveEx); }},
-    {"Receive9BitData",     kUntilEmpty, [](Call& c) { return Receive(c, &M::Receive9BitData); }},
-    {"Receive9BitDataEx",   kUntilEmpty, [](Call& c) { return Receive<unsigned short>(c, nullptr, &M::Receive9BitDataEx); }},
-    {"ReceivePolledMessage",             kUntilEmpty, [](Call& c) { return ReceivePolled(c, false); }},
-    {"ReceivePolledMessageEx",           kUntilEmpty, [](Call& c) { return ReceivePolled(c, true); }},
-    {"ReceiveByteWithTimestamp",         kOneOrNone, [](Call& c) { return ReceiveTimestamped(c, &M::ReceiveByteWithTimestamp); }},
-    {"ReceiveByteWithTimestamp9BitData", kOneOrNone, [](Call& c) { return ReceiveTimestamped(c, &M::ReceiveByteWithTimestamp9BitData); }},
+    {"Receive",          kUntilEmpty, [](Call& c) { return Receive(c, &M::Receive); }},
+    {"ReceiveEx",        kUntilEmpty,
+     [](Call& c) { return Receive<Byte>(c, nullptr, &M::ReceiveEx); }},
+    {"Receive9BitData",  kUntilEmpty, [](Call& c) { return Receive(c, &M::Receive9BitData); }},
+    {"Receive9BitDataEx", kUntilEmpty,
+     [](Call& c) { return Receive<Word>(c, nullptr, &M::Receive9BitDataEx); }},
+    {"ReceivePolledMessage",     kUntilEmpty, [](Call& c) { return ReceivePolled(c, false); }},
+    {"ReceivePolledMessageEx",   kUntilEmpty, [](Call& c) { return ReceivePolled(c, true); }},
+    {"ReceiveByteWithTimestamp", kOneOrNone, Read<&M::ReceiveByteWithTimestamp>},
+    {"ReceiveByteWithTimestamp9BitData", kOneOrNone, Read<&M::ReceiveByteWithTimestamp9BitData>},
 
     {"ReadEEPROM",    kUntilEmpty, [](Call& c) { return ReadMemory(c, &M::ReadEEPROM); }},
     {"ReadSRAM",      kUntilEmpty, [](Call& c) { return ReadMemory(c, &M::ReadSRAM); }},
     {"ReadLargeSRAM", kUntilEmpty, [](Call& c) { return ReadMemory(c, &M::ReadLargeSRAM); }},
-    {"CheckEEPROM",   kDetection,  CheckEeprom},
+    {"CheckEEPROM",   kOpening,    Read<&M::CheckEEPROM>},
+    {"another program names the EEPROM", kOneOrNone, StoreEeprom},
 
-    {"GetClock",                              kOne, Read<&M::GetClock>},
-    {"NextSecuritySwitchRead",                kOne, Read<&M::NextSecuritySwitchRead>},
-    {"ReadAndResetSecuritySwitchFlags",       kOne, Read<&M::ReadAndResetSecuritySwitchFlags>},
-    {"CachedReadAndResetSecuritySwitchFlags", kOne, Read<&M::CachedReadAndResetSecuritySwitchFlags>},
-    {"ReadAndResetBatteryFailFlag",           kOne, Read<&M::ReadAndResetBatteryFailFlag>},
-    {"ReadAndResetRTCFailure",                kOne, Read<&M::ReadAndResetRTCFailure>},
-    {"ReadClockAtBatteryFailure",             kOne, Read<&M::ReadClockAtBatteryFailure>},
+    {"GetClock",                        kOne, Read<&M::GetClock>},
+    {"NextSecuritySwitchRead",          kOne, Read<&M::NextSecuritySwitchRead>},
+    {"ReadAndResetSecuritySwitchFlags", kOne, Read<&M::ReadAndResetSecuritySwitchFlags>},
+    {"CachedReadAndResetSecuritySwitchFlags", kOne,
+     Read<&M::CachedReadAndResetSecuritySwitchFlags>},
+    {"ReadAndResetBatteryFailFlag",     kOne, Read<&M::ReadAndResetBatteryFailFlag>},
+    {"ReadAndResetRTCFailure",          kOne, Read<&M::ReadAndResetRTCFailure>},
+    {"ReadClockAtBatteryFailure",       kOne, Read<&M::ReadClockAtBatteryFailure>},
 
     {"Get8051Version",        kOne, ReadWholeReply<&M::Get8051Version>},
     {"GetPICVersion",         kOne, ReadWholeReply<&M::GetPICVersion>},
     {"GetPICSerialNumber",    kOne, ReadWholeReply<&M::GetPICSerialNumber>},
-    {"GetDallasSerialNumber", kOne, GetDallasSerialNumber},
+    {"GetDallasSerialNumber", kOne,
+     [](Call& c) { return c.board.GetDallasSerialNumber(c.Out(8), c.Out()); }},
     {"GetRandomNumber",       kOne, Read<&M::GetRandomNumber>},
-    {"SendSPI",               kOne, SendSpi},
-    {"SendSEC",               kOne, SendSec},
+    {"SendSPI",               kOne, [](Call& c) { return Send(c, true); }},
+    {"SendSEC",               kOne, [](Call& c) { return Send(c, false); }},
 
     {"PerformUSBIO",   kRaw,       SendRaw},
     {"DownloadHiCode", kDownload,  [](Call& c) { return c.board.DownloadHiCode(); }},
-    {"InitPort",       kOpening,   [](Call& c) { return Open(c, &M::InitPort, c.device); }},
-    {"InitUSBBoard",   kOpening,   [](Call& c) { return Open(c, &M::InitUSBBoard, c.Byte() % 8); }},
-
-    {"another program stores bytes",     kOneOrNone, [](Call& /*c*/) { return driver.StoreBytes(); }},
-    {"another program names the EEPROM", kOneOrNone, [](Call& /*c*/) { return driver.StoreEeprom(); }},
+    {"InitPort",       kOpening,   Open},
 };
 // clang-format on
 
@@ -425,25 +363,24 @@ void CheckResult(const Kind& kind, const Call& call, int result) {
     const int error = call.board.GetLastError();
     Require(result == 0 || result == 1, "neither 0 nor 1");
     Require(result == 1 || !kind.keepsOutputs || call.Untouched(), "fails, but writes");
-    if (driver.Exchanges() == 0) {
+    if (driver.exchanges == 0) {
         Require(result == 1 ? !kind.alwaysAsks : IsRefusal(error), "sends nothing");
-    } else if (driver.Accepted()) {
-        Require(result == 1 || kind.limits.most > 1, "fails after an exchange that did not");
+    } else if (driver.error == 0) {
+        Require(result == 1 || kind.most > 1, "fails after an exchange that did not");
         Require(result == 0 || error == 0, "an old error");
-    } else if (!kind.limits.goesOnAfterFailure) {
-        Require(result == 0 && error == driver.Error(), "not the error of the exchange");
+    } else if (!kind.goesOnAfterFailure) {
+        Require(result == 0 && error == driver.error, "not the error of the exchange");
     }
 }
 
 /** With the firmware running, an EEPROM on record, ports and every other input configured. */
-void OpenBoard(int deviceNo) {
+void OpenBoard(unsigned deviceNo) {
     constexpr std::uint8_t kFirmwareRuns[] = {0, 1, 1};  // an honest reply of one byte, 1
     InputBytes script(kFirmwareRuns, sizeof kFirmwareRuns);
-    driver.Begin(script, deviceNo);
-    driver.eeproms.Set(static_cast<std::size_t>(deviceNo), {0, 0, 0, 0, 0, 0, 1});
-    driver.BeginOperation("opening", {100, 1, false});
+    eeproms.Set(deviceNo, {0, 0, 0, 0, 0, 0, 1});
+    driver.BeginOperation(script, "opening", {100, 1, false, false, true});
     MarvaneUSB& board = boards[deviceNo];
-    int accepted = board.InitPort(deviceNo);
+    int accepted = board.InitPort(static_cast<int>(deviceNo));
     _DCB line = {9600, 0, 0};
     for (const auto port : {USB_SERIAL_PORT_0, USB_SERIAL_PORT_1})
         accepted &= board.SetConfig(port, &line, USB_PORT_TYPE_0);
@@ -455,9 +392,9 @@ void OpenBoard(int deviceNo) {
 }
 
 /** Nothing of an input stays behind for the next one. */
-void FetchKept(MarvaneUSB& board, const int (&kept)[2]) {
+void FetchKept(InputBytes& input, MarvaneUSB& board, const int (&kept)[2]) {
     for (const auto port : {USB_SERIAL_PORT_0, USB_SERIAL_PORT_1}) {
-        driver.BeginOperation("ReceiveEx at the end", {1, 0, false});
+        driver.BeginOperation(input, "ReceiveEx at the end", {1, 0, false, false, true});
         unsigned char bytes[256];
         unsigned long length = 0;
         const int result = board.ReceiveEx(port, bytes, sizeof bytes, &length);
@@ -474,25 +411,24 @@ extern "C" const char* __asan_default_options() {
 }
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    for (int deviceNo = 0; deviceNo < kBoardCount; ++deviceNo)
+    for (unsigned deviceNo = 0; deviceNo < kBoardCount; ++deviceNo)
         OpenBoard(deviceNo);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     InputBytes input(data, size);
-    const int deviceNo = static_cast<int>(input.Byte() % kBoardCount);
-    driver.Begin(input, deviceNo);
-    driver.receivedBytes.Clear();
-    driver.eeproms.Clear();
+    const unsigned deviceNo = input.Byte() % kBoardCount;
+    receivedBytes.Clear();
+    eeproms.Clear();
     int kept[] = {kNothingKept, kNothingKept};
     for (unsigned i = 0; i < kMostOperations && !input.Empty(); ++i) {
         const Operation& operation = input.Pick(kOperations);
         Call call(input, deviceNo, kept);
         call.board.ClearErrors();
-        driver.BeginOperation(operation.name, operation.kind.limits);
+        driver.BeginOperation(input, operation.name, operation.kind);
         CheckResult(operation.kind, call, operation.call(call));
     }
-    FetchKept(boards[deviceNo], kept);
+    FetchKept(input, boards[deviceNo], kept);
     return 0;
 }
