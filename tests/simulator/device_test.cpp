@@ -3,7 +3,7 @@
 
 #include <cerrno>
 
-#include "model_expectations.h"
+#include "board_conversation.h"
 
 namespace simulator {
 namespace {
@@ -24,16 +24,16 @@ TEST(DeviceTest, SpoilsAsManyExchangesAsAskedInOrder) {
 
     EXPECT_EQ(ReadInputs(device).error, EPIPE);
     EXPECT_EQ(ReadInputs(device).error, EPIPE);
-    EXPECT_EQ(ReadInputs(device).answer, Refused(-16));
+    EXPECT_EQ(ReadInputs(device).answer, Answer{-16});
     EXPECT_EQ(ReadInputs(device).echo, 180);
-    EXPECT_EQ(ReadInputs(device).answer, Accepted({1, 0}));
+    EXPECT_EQ(ReadInputs(device).answer, (Answer{0, {1, 0}}));
     EXPECT_EQ(ReadInputs(device).delay.count(), 30);
 
     const Outcome good = ReadInputs(device);
     EXPECT_EQ(good.error, 0);
     EXPECT_EQ(good.echo, 75);
     EXPECT_EQ(good.delay.count(), 0);
-    EXPECT_EQ(good.answer, Accepted({1, 0, 0, 0, 0}));
+    EXPECT_EQ(good.answer, (Answer{0, {1, 0, 0, 0, 0}}));
 
     device.Spoil(5, {Fault::Kind::kIoctl, EIO});
     device.StopSpoiling();
@@ -45,7 +45,7 @@ TEST(DeviceTest, BoardHearsNothingOfAFailedIoctl) {
     device.board.inputs.Set(0, true);
     device.Spoil(1, {Fault::Kind::kIoctl, EIO});
     device.Exchange(81, 1, {});
-    EXPECT_EQ(device.Exchange(81, 1, {}).answer, Accepted({1, 0, 0, 0, 0}));
+    EXPECT_EQ(device.Exchange(81, 1, {}).answer, (Answer{0, {1, 0, 0, 0, 0}}));
 }
 
 TEST(DeviceTest, UnpluggedBoardHearsNothingAndComesBackWithoutProgram) {
@@ -62,7 +62,7 @@ TEST(DeviceTest, UnpluggedBoardHearsNothingAndComesBackWithoutProgram) {
     device.Plug();
     device.Plug();  // is plugged in already
     EXPECT_EQ(device.PlugCount(), 1u);
-    EXPECT_EQ(device.Exchange(74, 6, {}).answer, Accepted({0}));
+    EXPECT_EQ(device.Exchange(74, 6, {}).answer, (Answer{0, {0}}));
 }
 
 TEST(DeviceTest, PayloadIsBounded) {
@@ -78,7 +78,7 @@ TEST(DeviceTest, LogKeepsTheLastExchanges) {
     EXPECT_EQ(device.Log()[0].channel, 1u);
     EXPECT_EQ(device.Log()[0].command, 114);
     EXPECT_EQ(device.Log()[0].payload, Bytes{2});
-    EXPECT_EQ(device.Log()[0].answer, Refused(103));
+    EXPECT_EQ(device.Log()[0].answer, Answer{103});
 
     for (int i = 0; i < 4096; ++i)
         ReadInputs(device);
