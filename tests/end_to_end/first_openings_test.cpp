@@ -7,101 +7,42 @@
  */
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include "program.h"
 
 namespace {
 
 constexpr int kRounds = 200;
 
-class Pipe {
-public:
-    Pipe() {
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) std::abort();
-    }
-    ~Pipe() {
-        CloseReader();
-        CloseWriter();
-    }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
-
-    [[nodiscard]] int Reader() const { return ends[0]; }
-    [[nodiscard]] int Writer() const { return ends[1]; }
-    void CloseReader() { Close(ends[0]); }
-    void CloseWriter() { Close(ends[1]); }
-
-private:
-    static void Close(int& end) {
-        if (end >= 0) close(end);
-        end = -1;
-    }
-    std::array<int, 2> ends{};
-};
-
-std::string ReadAll(int descriptor) {
-    std::string text;
-    std::array<char, 4096> buffer{};
-    for (ssize_t count = 0; (count = read(descriptor, buffer.data(), buffer.size())) > 0;)
-        text.append(buffer.data(), static_cast<std::size_t>(count));
-    return text;
-}
-
-pid_t Spawn(std::vector<const char*> words, int input, int output) {
-    words.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (input >= 0) posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-    pid_t process = -1;
-    const int error = posix_spawn(&process, words[0], &actions, nullptr,
-                                  const_cast<char* const*>(words.data()), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    return error == 0 ? process : -1;
-}
-
-int ExitStatusOf(pid_t process) {
-    int status = -1;
-    if (process < 0 || waitpid(process, &status, 0) != process) return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-/** What the board received since the last call. */
+// What the board received since the last call.
 std::string TakeLog() {
-    Pipe output;
-    const pid_t process = Spawn({MARVANE_SIM, "ctl", "0", "log", "--clear"}, -1, output.Writer());
-    output.CloseWriter();
-    const std::string log = ReadAll(output.Reader());
-    EXPECT_EQ(ExitStatusOf(process), 0);
-    return log;
+    const Finished finished = RunProgram({MARVANE_SIM, "ctl", "0", "log", "--clear"});
+    EXPECT_EQ(finished.status, 0) << finished.complaints;
+    return finished.output;
 }
 
-/** Both writers have loaded the library before either opens the board. */
-void OpenAndWriteTwice() {
-    Pipe start;
-    Pipe ready;
-    std::array<pid_t, 2> writers{};
-    for (pid_t& writer : writers)
-        writer = Spawn({BOARD_WRITER, "0", "64", "40"}, start.Reader(), ready.Writer());
-
-    for (std::size_t i = 0; i < writers.size() * std::string_view("ready\n").size(); ++i) {
-        char byte = 0;
-        ASSERT_EQ(read(ready.Reader(), &byte, 1), 1);
-    }
-    start.CloseWriter();
-    for (const pid_t writer : writers)
-        EXPECT_EQ(ExitStatusOf(writer), 0);
+// Both writers have loaded the library before the end of their input lets either open the board.
+void OpenAndWriteTwice(const std::string& fifo) {
+    const int start = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_GE(start, 0);
+    const Words writer = {"sh", "-c", "exec " BOARD_WRITER " 0 64 40 < " + fifo};
+    Program one(writer);
+    Program other(writer);
+    EXPECT_EQ(one.ReadLine(), "ready");
+    EXPECT_EQ(other.ReadLine(), "ready");
+    close(start);
+    EXPECT_EQ(one.Wait().status, 0);
+    EXPECT_EQ(other.Wait().status, 0);
 }
 
-/** Of all exchanges about the EEPROM's part (3) and those that write to it (4), in their order. */
+// Of all exchanges about the EEPROM's part (3) and those that write to it (4), in their order.
 struct Seen {
     std::vector<std::string> told;  // payloads
     int writesBeforeLastTold = 0;
@@ -111,10 +52,7 @@ struct Seen {
 Seen EepromExchanges(const std::string& log) {
     Seen seen;
     std::istringstream lines(log);
-    std::string channel;
-    std::string command;
-    std::string payload;
-    std::string rest;
+    std::string channel, command, payload, rest;
     while (lines >> channel >> command >> payload && std::getline(lines, rest)) {
         if (channel != "2") continue;
         if (command == "3") {
@@ -127,18 +65,22 @@ Seen EepromExchanges(const std::string& log) {
 }
 
 TEST(FirstOpeningsTest, TwoAtTheSameInstantDetectTheEepromOnceAndWriteAfterwards) {
+    std::string folder = std::filesystem::temp_directory_path() / "marvane-openings.XXXXXX";
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const std::string fifo = folder + "/start";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     TakeLog();
-    for (int round = 0; round < kRounds; ++round) {
+    for (int round = 0; round < kRounds && !HasFailure(); ++round) {
         SCOPED_TRACE(round);
-        OpenAndWriteTwice();
+        OpenAndWriteTwice(fifo);
         const std::string log = TakeLog();
         const Seen seen = EepromExchanges(log);
-        ASSERT_EQ(seen.told.size(), 2U) << log;
-        EXPECT_EQ(seen.told.back(), "20021fff51");
-        EXPECT_EQ(seen.writesBeforeLastTold, 0);
-        EXPECT_GE(seen.writes, 2);
-        if (HasFailure()) FAIL() << log;
+        EXPECT_EQ(seen.told.size(), 2U) << log;
+        EXPECT_EQ(seen.told.empty() ? "" : seen.told.back(), "20021fff51") << log;
+        EXPECT_EQ(seen.writesBeforeLastTold, 0) << log;
+        EXPECT_GE(seen.writes, 2) << log;
     }
+    std::filesystem::remove_all(folder);
 }
 
 }  // namespace
