@@ -119,8 +119,10 @@ TEST_F(PollsTest, ModesDecideWhatGoesOutWhen) {
         {"period 0",           Poll(0, 1, 0, 0, 0), "10:A 20:A 30:A 40:A", "10:A 20:A 30:A 40:A"},
         {"waits 30 ms",        Poll(0, 1, 0, 1, 3), "10:A 40:A", "10:A 20:A 30:A 40:A"},
         {"no first",           {0, 1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 1, 'B'}, "", ""},
-        {"no first, in turn",  {0, 2, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 1, 'B'}, "20:B 40:B", "20:B 40:B"},
-        {"no second",          {0, 3, 0, 0, 0, 1, 2, 0, 0, 0, 0, 1, 0, 'A'}, "20:A 40:A", "20:A 40:A"},
+        {"no first, in turn",  {0, 2, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 1, 'B'},
+                               "20:B 40:B", "20:B 40:B"},
+        {"no second",          {0, 3, 0, 0, 0, 1, 2, 0, 0, 0, 0, 1, 0, 'A'},
+                               "20:A 40:A", "20:A 40:A"},
     };
     // clang-format on
     for (const Case& c : cases) {
