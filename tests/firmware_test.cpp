@@ -84,10 +84,10 @@ TEST_F(FirmwareTest, TheWholeImageGoesOutInAscendingChunks) {
             const std::size_t chunk =
                 &write == &writes.back() ? download.lastChunk : download.chunk;
             // Length, on paged models a zero and the program's page, then the address, low first.
-            Bytes header = {static_cast<std::uint8_t>(chunk)};
-            if (!k40) header.insert(header.end(), {0, 13});
-            header.push_back(static_cast<std::uint8_t>(image.size()));
-            header.push_back(static_cast<std::uint8_t>(image.size() >> 8));
+            const auto length = static_cast<std::uint8_t>(chunk);
+            const auto low = static_cast<std::uint8_t>(image.size());
+            const auto high = static_cast<std::uint8_t>(image.size() >> 8);
+            const Bytes header = k40 ? Bytes{length, low, high} : Bytes{length, 0, 13, low, high};
             const auto data = write.payload.begin() + static_cast<std::ptrdiff_t>(header.size());
             ASSERT_EQ(write.command, k40 ? 71 : 117);
             ASSERT_EQ(write.channel, 6);
