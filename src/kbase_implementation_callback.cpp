@@ -6,14 +6,14 @@
  * the two flags. The thread holds no reference: it is stopped before the object is destroyed.
  */
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 
+#include "forks.h"
 #include "kbase_implementation.h"
-#include "mutex.h"
+#include "signals_blocked.h"
 
 namespace {
 
@@ -23,30 +23,6 @@ constexpr useconds_t kThreadEndPollUs = 100;
 constexpr int kMostThreadEndLooks = 10000;  // a second
 constexpr char kThreadName[] = "marvane-inputs";
 static_assert(sizeof kThreadName <= 16, "the kernel keeps 15 characters");
-
-// Those that tell of a fault in a thread: they must reach the application's crash handler.
-constexpr int kFaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
-
-/**
- * While it lives, the thread blocks all other signals. It goes on to block whatever it blocked
- * before, faults included: one that waits for it must not come now.
- */
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t blocked;
-        sigfillset(&blocked);
-        for (const int fault : kFaultSignals)
-            sigdelset(&blocked, fault);
-        pthread_sigmask(SIG_BLOCK, &blocked, &before_);
-    }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-private:
-    sigset_t before_;
-};
 
 void UnblockFaults() {
     sigset_t faults;
@@ -102,7 +78,7 @@ int KBaseImplementation::StartCallbackThread() {
     // Before the thread exists, so that it cannot undo a stop that comes at once.
     callbackThreadRun = 1;
     callbackThreadStopped = 0;
-    callbackThreadForks = LinuxMutex::Forks();
+    callbackThreadForks = Forks::Count();
     callbackThread = StartDetached(InputsCallbackThread, this);
     if (callbackThread != 0) return 1;
 
@@ -113,7 +89,7 @@ int KBaseImplementation::StartCallbackThread() {
 
 void KBaseImplementation::StopCallbackThread() {
     // In a forked child the thread never was.
-    if (callbackThreadForks != LinuxMutex::Forks()) return;
+    if (callbackThreadForks != Forks::Count()) return;
     const bool endedBefore = callbackThreadStopped != 0;
     callbackThreadRun = 0;
     while (callbackThreadStopped == 0)
@@ -135,7 +111,7 @@ void* KBaseImplementation::InputsCallbackThread(void* impl) noexcept {
     board->changedInputs = {};
     // A callback that forks returns in the child, too, where the thread has no business.
     while (board->PollChangedInputs() && board->callbackThreadRun == 1 &&
-           board->callbackThreadForks == LinuxMutex::Forks()) {
+           board->callbackThreadForks == Forks::Count()) {
     }
     board->callbackThreadStopped = 1;
     return nullptr;

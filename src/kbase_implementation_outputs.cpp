@@ -32,6 +32,42 @@ struct OutputMasks {
 };
 constinit OutputMasks masks;
 
+/** The lock of both patterns: "on" before "off", here and everywhere. */
+class BothOutputCopies {
+public:
+    BothOutputCopies() : use_(SharedUse::Begin()) {
+        if (use_.granted) Take();
+    }
+    BothOutputCopies(const BothOutputCopies&) = delete;
+    BothOutputCopies& operator=(const BothOutputCopies&) = delete;
+    ~BothOutputCopies() {
+        GiveBack();
+        SharedUse::End(use_);
+    }
+
+    [[nodiscard]] bool Holds() const { return !off_.IsNone(); }
+
+private:
+    /** Found on two sets, because the first one's has been removed, both are taken anew. */
+    void Take() {
+        do {
+            GiveBack();
+            on_ = SharedOutOnCopy.Take();
+            if (on_.IsNone()) return;
+            off_ = SharedOutOffCopy.Take();
+        } while (!off_.IsNone() && off_ != on_);
+    }
+    void GiveBack() {
+        if (!off_.IsNone()) SharedOutOffCopy.GiveBack(off_);
+        if (!on_.IsNone()) SharedOutOnCopy.GiveBack(on_);
+        off_ = on_ = {};
+    }
+
+    SharedUse::Ticket use_;
+    OnSet on_;
+    OnSet off_;
+};
+
 bool IsPeriodBit(_usbOutputId outputByte, int bit, unsigned int value) {
     if (outputByte >= kOutputByteCount || bit < 0 || bit > 7) return false;
     if (outputByte == kOutputByteCount - 1 && bit >= kLastOutputByteBits) return false;
@@ -43,11 +79,11 @@ bool IsPeriodBit(_usbOutputId outputByte, int bit, unsigned int value) {
 int KBaseImplementation::ModifyOutputs(usbOutput* off, usbOutput* on) {
     // Both locks last until return, exchange included: the board sees the changes in the order
     // in which the locks were granted.
-    OutputCopies onCopies(SharedOutOnCopy);
-    OutputCopies offCopies(SharedOutOffCopy, onCopies);
+    const BothOutputCopies copies;
     if (on == nullptr || off == nullptr) return Fail(USB_ERR_NULL_POINTER);
-    usbOutput* onCopy = onCopies.Find(GetDeviceNo());
-    usbOutput* offCopy = offCopies.Find(GetDeviceNo());
+    if (!copies.Holds()) return Fail(USB_ERR_NOT_CONFIGURED);
+    usbOutput* onCopy = SharedOutOnCopy.Find(GetDeviceNo());
+    usbOutput* offCopy = SharedOutOffCopy.Find(GetDeviceNo());
     if (onCopy == nullptr || offCopy == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
 
     // Each mask is read once: both copies and the board get the same.

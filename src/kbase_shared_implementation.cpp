@@ -4,12 +4,10 @@
  */
 #include "kbase_shared_implementation.h"
 
-#include <pthread.h>
-
 #include <atomic>
-#include <chrono>
-#include <thread>
 
+#include "forks.h"
+#include "key_file.h"
 #include "shared_order.h"
 
 namespace {
@@ -18,18 +16,13 @@ constexpr int kArenaLock = 0;
 constexpr int kArenaLocks = 10;
 constexpr int kArenaSize = 65536;
 
-constexpr auto kLongestWaitForOperations = std::chrono::seconds(1);
-constexpr auto kLookAgainAfter = std::chrono::milliseconds(1);
-
-constinit std::atomic<bool> abandoned = false;
-
 /** Lives last of all handles, so that it is destroyed first. */
 class LastUse {
 public:
-    LastUse() { pthread_atfork(nullptr, nullptr, SharedUse::ForgetOperations); }
+    LastUse() = default;
     LastUse(const LastUse&) = delete;
     LastUse& operator=(const LastUse&) = delete;
-    ~LastUse() { abandoned.store(!SharedUse::Finish()); }
+    ~LastUse() { SharedUse::Finish(); }
 };
 
 }  // namespace
@@ -42,30 +35,17 @@ MutexID SharedObjectLock(int index) {
     return {"K40Mutex", index, 1};
 }
 
-constinit std::atomic<int> SharedUse::operations = 0;
-constinit std::atomic<bool> SharedUse::finishing = false;
-
-bool SharedUse::Finish() {
-    finishing.store(true);
-    const auto deadline = std::chrono::steady_clock::now() + kLongestWaitForOperations;
-    while (operations.load() != 0) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(kLookAgainAfter);
-    }
-    return true;
-}
-
 SharedObject::SharedObject(SharedMemoryArenaID& arena, SharedMemoryObjectID objectId, MutexID lock,
                            unsigned long bytes)
     : element(SharedMemoryLocalListElement::GetSharedMemoryArenaHeader(arena)) {
     if (element == nullptr) return;
+    // Before the key file is locked, for meanwhile no signal could end a wait.
+    const bool locked = element->memory->Lock();
+    ++element->memory->refCount;
+    if (locked) element->memory->UnLock();
     {
-        const ArenaKeyPath path(arena);
-        const KeyFileLock file(path.text);
+        const KeyFileLock file(KeyPath::OfArena(arena.name));
         object = SharedMemoryLocalListElement::FindSharedMemoryObject(element->header, objectId);
-        const bool locked = element->memory->Lock();
-        ++element->memory->refCount;
-        if (locked) element->memory->UnLock();
         if (object != nullptr) {
             std::atomic_ref<int>(object->useCount).fetch_add(1);
         } else if (element->header != nullptr && file.Held()) {
@@ -77,7 +57,7 @@ SharedObject::SharedObject(SharedMemoryArenaID& arena, SharedMemoryObjectID obje
 }
 
 SharedObject::~SharedObject() {
-    if (abandoned.load() || element == nullptr) return;
+    if (SharedUse::IsAbandoned() || element == nullptr) return;
     if (mutex != nullptr) Mutex::ReleaseLocalMutex(mutex);
     SharedMemoryLocalListElement::ReleaseSharedMemoryElement(element);
 }

@@ -9,21 +9,17 @@
  *
  * Where the object or its lock cannot be had, the accessor finds no entry, and the operation fails
  * with USB_ERR_NOT_CONFIGURED after every check that needs no entry.
- *
- * At exit the handles wait until no operation of this process holds one, at most a second: a
- * thread may still be running. Operations that begin later find no entry. Where the second does
- * not suffice, the mapping stays and the process ends.
  */
 #ifndef KBASE_SHARED_IMPLEMENTATION_H
 #define KBASE_SHARED_IMPLEMENTATION_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
 #include "board_limits.h"
 #include "marvaneusb.h"
 #include "mutex.h"
+#include "shared_use.h"
 #include "sharedimp.h"
 
 /** What "K40EEPROMS" holds of a board. */
@@ -44,28 +40,6 @@ constexpr int kSerialLock = 4;
 SharedMemoryArenaID SharedArenaID();
 MutexID SharedObjectLock(int index);
 
-/** Between operations and the end of the process: counts those that hold an object. */
-class SharedUse {
-public:
-    /** False once the handles are being let go. */
-    static bool Begin() {
-        operations.fetch_add(1);
-        if (!finishing.load()) return true;
-        End();
-        return false;
-    }
-    static void End() { operations.fetch_sub(1); }
-
-    /** Refuses new operations and waits for those that run; false when they take too long. */
-    static bool Finish();
-    /** In a forked child: the operations that ran at the fork run in the parent. */
-    static void ForgetOperations() { operations.store(0); }
-
-private:
-    static std::atomic<int> operations;
-    static std::atomic<bool> finishing;
-};
-
 /** A handle, but for the type of its entries. */
 class SharedObject {
 public:
@@ -75,11 +49,11 @@ public:
     SharedObject& operator=(const SharedObject&) = delete;
     ~SharedObject();
 
-    /** Takes the lock; yields the set on which it is held, or LinuxMutex::kNoSet. */
-    [[nodiscard]] int Take() const {
-        return mutex == nullptr ? LinuxMutex::kNoSet : static_cast<LinuxMutex*>(mutex)->Take();
+    /** Takes the lock; yields where it is held, or none. */
+    [[nodiscard]] OnSet Take() const {
+        return mutex == nullptr ? OnSet{} : static_cast<LinuxMutex*>(mutex)->Take();
     }
-    void GiveBack(int takenOn) const { static_cast<LinuxMutex*>(mutex)->GiveBack(takenOn); }
+    void GiveBack(OnSet takenOn) const { static_cast<LinuxMutex*>(mutex)->GiveBack(takenOn); }
 
     SharedMemoryBlockHeader* object = nullptr;  // in the segment; null: there is none
     Mutex* mutex = nullptr;
@@ -102,7 +76,33 @@ public:
         : SharedObject(arena, SharedMemoryObjectID(name, 0), SharedObjectLock(lockIndex),
                        sizeof(SharedMemoryBlockHeader) + sizeof(Entry[kCount])) {}
 
-    Entry* Entries() const { return reinterpret_cast<Entry*>(object + 1); }
+    /** The entry of a board, for whoever holds the lock; null when there is no such number. */
+    Entry* Find(int deviceNo) const {
+        const bool known = deviceNo >= 0 && static_cast<std::size_t>(deviceNo) < kCount;
+        return known ? reinterpret_cast<Entry*>(object + 1) + deviceNo : nullptr;
+    }
+};
+
+/** Holds the lock of a handle's object from construction to destruction, if it can be had. */
+class SharedHold {
+public:
+    explicit SharedHold(const SharedObject& handle)
+        : handle_(handle),
+          use_(SharedUse::Begin()),
+          takenOn_(use_.granted ? handle.Take() : OnSet{}) {}
+    SharedHold(const SharedHold&) = delete;
+    SharedHold& operator=(const SharedHold&) = delete;
+    ~SharedHold() {
+        if (!takenOn_.IsNone()) handle_.GiveBack(takenOn_);
+        SharedUse::End(use_);
+    }
+
+    [[nodiscard]] bool Holds() const { return !takenOn_.IsNone(); }
+
+private:
+    const SharedObject& handle_;
+    SharedUse::Ticket use_;
+    OnSet takenOn_;
 };
 
 template <class Entries>
@@ -112,59 +112,14 @@ class SharedProxy;
 template <class Entry, std::size_t kCount>
 class SharedProxy<Entry[kCount]> {
 public:
-    using Handle = Shared<Entry[kCount]>;
-
-    explicit SharedProxy(Handle& handle)
-        : shared(handle),
-          counted_(SharedUse::Begin()),
-          takenOn_(counted_ ? handle.Take() : kNone) {}
-
-    /**
-     * The second lock of an operation that holds a first one. When it is found on another set,
-     * because the first one's has been removed, both are taken anew, in order.
-     */
-    SharedProxy(Handle& handle, SharedProxy& first)
-        : shared(handle), counted_(false), takenOn_(kNone) {
-        while (first.takenOn_ != kNone) {
-            takenOn_ = handle.Take();
-            if (takenOn_ == kNone || takenOn_ == first.takenOn_) return;
-            GiveBack();
-            first.GiveBack();
-            if (!TakeFirstAgain(first)) return;
-        }
-    }
-    SharedProxy(const SharedProxy&) = delete;
-    SharedProxy& operator=(const SharedProxy&) = delete;
-
-    ~SharedProxy() {
-        // In a child that was forked in mid-operation, by a signal handler, it is the parent's.
-        if (forks_ != LinuxMutex::Forks()) return;
-        GiveBack();
-        if (counted_) SharedUse::End();
-    }
+    explicit SharedProxy(Shared<Entry[kCount]>& handle) : shared(handle), hold_(handle) {}
 
     /** The entry of a board; null without the lock, the object, or such a number. */
-    Entry* Find(int deviceNo) const {
-        const bool known = deviceNo >= 0 && static_cast<std::size_t>(deviceNo) < kCount;
-        return takenOn_ != kNone && known ? shared.Entries() + deviceNo : nullptr;
-    }
+    Entry* Find(int deviceNo) const { return hold_.Holds() ? shared.Find(deviceNo) : nullptr; }
 
 private:
-    static constexpr int kNone = LinuxMutex::kNoSet;
-
-    bool TakeFirstAgain(SharedProxy& first) {
-        first.takenOn_ = first.shared.Take();
-        return first.takenOn_ != kNone;
-    }
-    void GiveBack() {
-        if (takenOn_ != kNone) shared.GiveBack(takenOn_);
-        takenOn_ = kNone;
-    }
-
-    Handle& shared;
-    bool counted_;
-    int takenOn_;  // the set on which the lock is held
-    int forks_ = LinuxMutex::Forks();
+    Shared<Entry[kCount]>& shared;
+    SharedHold hold_;
 };
 
 extern Shared<usbOutput[kDeviceCount]> SharedOutOnCopy;

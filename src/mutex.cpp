@@ -4,14 +4,15 @@
  */
 #include "mutex.h"
 
-#include <pthread.h>
 #include <sys/ipc.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <optional>
 
 #include "key_file.h"
 
@@ -33,8 +34,7 @@ union SemaphoreArgument {
 };
 
 /** One semop, repeated while signals interrupt it. */
-bool Operate(int set, unsigned short semaphore, short change, short flags) {
-    sembuf operation = {semaphore, change, flags};
+bool Operate(int set, sembuf operation) {
     while (semop(set, &operation, 1) != 0) {
         if (errno != EINTR) return false;
     }
@@ -49,16 +49,18 @@ bool SetIsGone(int error) {
     return error == EIDRM || error == EINVAL;
 }
 
-semid_ds StateOf(int set) {
+/** What the kernel knows of a set; nothing, and errno, when it does not say. */
+std::optional<semid_ds> StateOf(int set) {
     semid_ds state = {};
     SemaphoreArgument argument = {};
     argument.buf = &state;
-    return semctl(set, 0, IPC_STAT, argument) == 0 ? state : semid_ds{};
+    if (semctl(set, 0, IPC_STAT, argument) != 0) return std::nullopt;
+    return state;
 }
 
 /** As a creator leaves a set that dies before it registers: locks raised in turn, or none yet. */
-bool IsUnfinished(int set, int count) {
-    if (StateOf(set).sem_nsems != static_cast<unsigned long>(count) + 1) return false;
+bool IsUnfinished(int set, const semid_ds& state, int count) {
+    if (state.sem_nsems != static_cast<unsigned long>(count) + 1) return false;
     if (semctl(set, kUserCount, GETVAL) != 0) return false;
     int before = 1;
     for (int lock = 1; lock <= count; ++lock) {
@@ -80,39 +82,50 @@ bool Initialise(int set, int count) {
     return true;
 }
 
-/** The finished set of this key, created if need be; kNoSet when there can be none. */
-int FindOrCreate(const KeyFileLock& file, const MutexID& id) {
-    const key_t key = file.Key(id.index + 1);
-    if (key == KeyFileLock::kNoKey) return LinuxMutex::kNoSet;
+/** A look for the set of a name: the set, or why there is none. */
+struct Look {
+    static Look Without(Trouble trouble) { return {OnSet::kNone, trouble}; }
+    /** Removed since it was found, by somebody who asks for no lock. */
+    static Look AtVanished() { return Without(Trouble::Of(Trouble::Kind::kVanishing)); }
+    static Look AtError(int error) {
+        return SetIsGone(error) ? AtVanished()
+                                : Without(Trouble::Of(Trouble::Kind::kRefused, error));
+    }
 
-    int set = semget(key, id.count + 1, kPermissions);
-    if (set >= 0 && StateOf(set).sem_otime != 0) return set;
-    if (!file.Held()) return LinuxMutex::kNoSet;
-    if (set >= 0 && !IsUnfinished(set, id.count)) return LinuxMutex::kNoSet;
-    if (set < 0) set = semget(key, id.count + 1, IPC_CREAT | IPC_EXCL | kPermissions);
-    return set >= 0 && Initialise(set, id.count) ? set : LinuxMutex::kNoSet;
+    int set;
+    Trouble trouble = {};
+};
+
+Look InitialiseSet(int set, int count) {
+    return Initialise(set, count) ? Look{set} : Look::AtError(errno);
 }
 
-struct KeyPath {
-    explicit KeyPath(const MutexID& id) {
-        std::snprintf(text, sizeof text, "/tmp/Sem_%.*s", MutexID::kNameRoom, id.name);
+Look CreateSet(key_t key, int count) {
+    const int set = semget(key, count + 1, IPC_CREAT | IPC_EXCL | kPermissions);
+    return set < 0 ? Look::Without(Trouble::Of(Trouble::Kind::kRefused, errno))
+                   : InitialiseSet(set, count);
+}
+
+/** The finished set of this name, created or finished if need be. */
+Look FindOrCreate(const KeyFileLock& file, const MutexID& id) {
+    const key_t key = file.Key(id.index + 1);
+    if (key == KeyFileLock::kNoKey) return Look::Without(Trouble::WithoutLock(file));
+
+    const int found = semget(key, id.count + 1, kPermissions);
+    if (found < 0) {
+        return file.Held() ? CreateSet(key, id.count) : Look::Without(Trouble::WithoutLock(file));
     }
-    char text[KeyFileLock::kPathRoom];
-};
+    const std::optional<semid_ds> state = StateOf(found);
+    if (!state) return Look::AtError(errno);
+    if (state->sem_otime != 0) return {found};
+    if (!file.Held()) return Look::Without(Trouble::WithoutLock(file));
+    if (IsUnfinished(found, *state, id.count)) return InitialiseSet(found, id.count);
+    return StateOf(found) ? Look::Without(Trouble::Of(Trouble::Kind::kStranger))
+                          : Look::AtError(errno);
+}
 
 // Between the threads of this process: one joins, the others find the new set.
 constinit std::mutex joining;
-
-void NoteFork() {
-    // Whichever thread held it does not exist here.
-    new (&joining) std::mutex;
-    LinuxMutex::forks.fetch_add(1, std::memory_order_relaxed);
-}
-
-void RegisterForFork() {
-    static const int registered = pthread_atfork(nullptr, nullptr, NoteFork);
-    static_cast<void>(registered);
-}
 
 }  // namespace
 
@@ -129,7 +142,6 @@ bool MutexID::SameLock(const MutexID& other) const {
     return index == other.index && SameName(other);
 }
 
-constinit std::atomic<int> LinuxMutex::forks = 0;
 constinit Mutex* Mutex::MutexChain = nullptr;
 constinit LinuxMutexSet* LinuxMutexSet::MasterListStart = nullptr;
 
@@ -162,10 +174,9 @@ void Mutex::ReleaseLocalMutex(Mutex* mutex) {
     LinuxMutexSet::ReleaseLinuxMutex(static_cast<LinuxMutex*>(mutex));
 }
 
-LinuxMutex::LinuxMutex(const MutexID& mutexId, int setId)
+LinuxMutex::LinuxMutex(const MutexID& mutexId, LinuxMutexSet& ownSet)
     : Mutex(mutexId),
-      semid(setId),
-      joinedIn(LinuxMutex::Forks()),
+      set(ownSet),
       taking{SemaphoreOf(mutexId), -1, SEM_UNDO},
       givingBack{SemaphoreOf(mutexId), 1, SEM_UNDO} {}
 
@@ -179,49 +190,54 @@ void LinuxMutex::TellReleasing() {
 #endif
 
 bool LinuxMutex::Lock() {
-    return LockOn(semid.load(std::memory_order_relaxed));
-}
-
-bool LinuxMutex::LockOn(int set) {
-    while (!Operate(set, taking)) {
-        if (errno != EINTR) return false;
-    }
-    TellAcquired();
-    return true;
+    Attempt attempt = Attempt::kInterrupted;
+    while (attempt == Attempt::kInterrupted)
+        attempt = Try(set.Joined());
+    return attempt == Attempt::kTaken;
 }
 
 bool LinuxMutex::UnLock() {
+    const OnSet on = set.Joined();
     TellReleasing();
-    return GiveBackAgain(semid.load(std::memory_order_relaxed));
+    return on.IsOurs() && ::Operate(on.set, givingBack);
 }
 
-int LinuxMutex::TakeAfterJoining(int lastTried, int error) {
-    for (int attempt = 0; attempt < kMostJoins; ++attempt) {
-        if (!HasJoined() || SetIsGone(error)) {
-            LinuxMutexSet* own = LinuxMutexSet::SearchForMutexSet(id);
-            if (own == nullptr) return kNoSet;
-            own->JoinAgain(lastTried);
-        } else if (error != kNotTried && error != EINTR) {
-            return kNoSet;
-        }
-        lastTried = semid.load(std::memory_order_relaxed);
-        if (lastTried == kNoSet) return kNoSet;
-        if (LockOn(lastTried)) return lastTried;
-        error = errno;
+LinuxMutex::Attempt LinuxMutex::AfterFailure() {
+    if (errno == EINTR) return Attempt::kInterrupted;
+    return SetIsGone(errno) ? Attempt::kGone : Attempt::kRefused;
+}
+
+/**
+ * A signal handler forked this child around the system call: what the parent took is the parent's,
+ * and what was taken here was taken on a set that the child has not joined.
+ */
+LinuxMutex::Attempt LinuxMutex::AfterFork(int takenOn) {
+    if (WasOperatedHere(takenOn)) ::Operate(takenOn, givingBack);
+    return Attempt::kNotJoined;
+}
+
+OnSet LinuxMutex::TakeAfter(Attempt attempt, OnSet on) {
+    for (int joins = 0; attempt != Attempt::kTaken; attempt = Try(on)) {
+        if (attempt == Attempt::kInterrupted) continue;
+        if (attempt == Attempt::kRefused || ++joins > kMostJoins) return {};
+        on = set.JoinAgain(on);
+        if (on.IsNone()) return {};
     }
-    return kNoSet;
+    return on;
 }
 
-bool LinuxMutex::GiveBackAgain(int takenOn) {
-    while (!Operate(takenOn, givingBack)) {
-        if (errno != EINTR) return false;
-    }
-    return true;
+bool LinuxMutex::GiveBackAfter(OnSet takenOn) {
+    if (takenOn.IsOurs()) return ::Operate(takenOn.set, givingBack);
+    // A child that was forked around the system call: what it has given back is its parent's.
+    return !WasOperatedHere(takenOn.set) || ::Operate(takenOn.set, taking);
 }
 
-LinuxMutexSet::LinuxMutexSet(MutexID& creator) : id(creator), joinedIn(LinuxMutex::Forks()) {
-    RegisterForFork();
-    Join();
+bool LinuxMutex::WasOperatedHere(int on) const {
+    return semctl(on, SemaphoreOf(id), GETPID) == getpid();
+}
+
+LinuxMutexSet::LinuxMutexSet(MutexID& creator) : joined(OnSet{}), id(creator) {
+    joined.store({Join(), Forks::Count()});
 }
 
 LinuxMutexSet::~LinuxMutexSet() {
@@ -238,7 +254,7 @@ LinuxMutex* LinuxMutexSet::GetMutex(MutexID& wanted) {
     }
     LinuxMutex* mutex = set->FindMutex(wanted);
     if (mutex != nullptr) return mutex;
-    mutex = new (std::nothrow) LinuxMutex(wanted, set->semid);
+    mutex = new (std::nothrow) LinuxMutex(wanted, *set);
     if (mutex == nullptr) return nullptr;
     mutex->setNext = set->mutexes;
     set->mutexes = mutex;
@@ -281,63 +297,70 @@ void LinuxMutexSet::ReleaseLinuxMutex(LinuxMutex* mutex) {
     delete set;
 }
 
-void LinuxMutexSet::Join() {
-    const KeyPath path(id);
-    const KeyFileLock file(path.text);
+bool LinuxMutexSet::Register(int set) {
+    // The process that loaded the library takes its registration back itself, see Leave.
+    const short flags = Forks::Count() == 0 ? 0 : SEM_UNDO;
+    registered = Operate(set, {kUserCount, 1, flags});
+    return registered;
+}
+
+int LinuxMutexSet::Join() {
+    const KeyFileLock file(KeyPath::OfSet(id.name));
+    Look look = Look::AtVanished();
     for (int attempt = 0; attempt < kMostJoins; ++attempt) {
-        semid = FindOrCreate(file, id);
-        if (semid == LinuxMutex::kNoSet || semid == registeredIn) return;
-        if (Operate(semid, kUserCount, 1, registrationFlags)) {
-            registeredIn = semid;
-            return;
-        }
-        // The count may be full of processes that died: the locks work all the same.
-        if (!SetIsGone(errno)) return;
-        // Removed since we found it, by somebody who asks for no lock.
+        look = FindOrCreate(file, id);
+        // The count of users may be full of processes that died: the locks work all the same.
+        if (look.set != OnSet::kNone && (Register(look.set) || !SetIsGone(errno))) break;
+        if (look.set == OnSet::kNone && look.trouble.kind != Trouble::Kind::kVanishing) break;
+        look = Look::AtVanished();
     }
-    semid = LinuxMutex::kNoSet;
+    trouble.store(look.trouble);
+    return look.set;
 }
 
 /**
  * A child goes on with its parent's set as long as there is one, for it has the parent's segment:
  * what the key file's path leads to may be another by now.
  */
-bool LinuxMutexSet::JoinInherited() {
-    const KeyPath path(id);
-    const KeyFileLock file(path.text);
-    if (!Operate(semid, kUserCount, 1, registrationFlags)) return false;
-    registeredIn = semid;
-    return true;
+int LinuxMutexSet::JoinInherited(int set) {
+    const KeyFileLock file(KeyPath::OfSet(id.name));
+    return Register(set) ? set : OnSet::kNone;
 }
 
-void LinuxMutexSet::JoinAgain(int gone) {
+OnSet LinuxMutexSet::JoinAgain(OnSet gone) {
     const std::lock_guard lock(joining);
-    const bool inChild = joinedIn != LinuxMutex::Forks();
-    if (!inChild && semid != gone) return;  // another thread has joined meanwhile
-    if (inChild) {
-        registeredIn = LinuxMutex::kNoSet;
-        registrationFlags = SEM_UNDO;
-    }
-    if (!inChild || !JoinInherited()) Join();
-    joinedIn = LinuxMutex::Forks();
-    ShareWithLocks();
+    const OnSet before = joined.load();
+    if (before.IsOurs() && before != gone) return before;  // another thread has joined meanwhile
+
+    // Should a signal handler fork meanwhile, the child finds that it has not joined.
+    OnSet now = {OnSet::kNone, Forks::Count()};
+    if (!before.IsOurs()) now.set = JoinInherited(before.set);
+    if (now.IsNone()) now.set = Join();
+    joined.store(now, std::memory_order_release);
+    return now;
 }
 
-void LinuxMutexSet::ShareWithLocks() {
-    for (LinuxMutex* mutex = mutexes; mutex != nullptr; mutex = mutex->setNext) {
-        mutex->semid.store(semid, std::memory_order_relaxed);
-        mutex->joinedIn.store(joinedIn, std::memory_order_release);
+void LinuxMutexSet::ForgetJoiningInChild() {
+    // Whichever thread held it does not exist here.
+    new (&joining) std::mutex;
+}
+
+void LinuxMutexSet::GiveBackLocksOfFormerProgram() const {
+    const int set = joined.load().set;
+    for (int lock = 1; lock <= id.count; ++lock) {
+        if (semctl(set, lock, GETVAL) != 0 || semctl(set, lock, GETPID) != getpid()) continue;
+        Operate(set, {static_cast<unsigned short>(lock), 1, SEM_UNDO | IPC_NOWAIT});
     }
 }
 
 void LinuxMutexSet::Leave() {
+    const OnSet on = joined.load();
     // A child that never joined is counted nowhere: its parent is.
-    if (registeredIn == LinuxMutex::kNoSet || joinedIn != LinuxMutex::Forks()) return;
+    if (!registered || !on.IsOurs()) return;
 
-    const KeyPath path(id);
-    const KeyFileLock file(path.text);
-    const auto flags = static_cast<short>(IPC_NOWAIT | registrationFlags);
-    Operate(registeredIn, kUserCount, -1, flags);
+    const KeyFileLock file(KeyPath::OfSet(id.name));
+    const short undo = Forks::Count() == 0 ? 0 : SEM_UNDO;
+    Operate(on.set, {kUserCount, -1, static_cast<short>(IPC_NOWAIT | undo)});
     if (!file.Held()) return;
-    if (semctl(registeredIn, kUserCount, GETVAL) <= 0) semctl(registeredIn, 0, IPC_RMID);
+    if (semctl(on.set, kUserCount, GETVAL) <= 0) semctl(on.set, 0, IPC_RMID);
 }

@@ -14,7 +14,8 @@
  * A set may be removed under its users (ipcrm, or a login manager that clears up after a user).
  * LinuxMutex::Take then joins anew as at load. A forked child joins at its first Take, with an
  * undo, so that its end takes the registration back however it comes; what a child did not
- * register it does not unregister.
+ * register it does not unregister. Which set a process is on is known in one place,
+ * LinuxMutexSet::Joined; whoever holds a lock keeps what it said.
  *
  * The lists and reference counts change only while the library is loaded or unloaded, on one
  * thread.
@@ -25,7 +26,9 @@
 #include <sys/sem.h>
 
 #include <atomic>
-#include <cerrno>
+
+#include "forks.h"
+#include "shared_trouble.h"
 
 /** Identity of a lock. Also stored in the segment, so its layout is fixed. */
 struct MutexID {
@@ -67,69 +70,20 @@ public:
     int refCount = 0;
 };
 
-class LinuxMutex : public Mutex {
-public:
-    static constexpr int kNoSet = -1;
+/** A set, and the process, by its number of forks, that has joined it or holds a lock on it. */
+struct OnSet {
+    static constexpr int kNone = -1;
 
-    LinuxMutex(const MutexID& mutexId, int setId);
+    int set = kNone;
+    int forks = 0;
 
-    bool Lock() override;
-    bool UnLock() override;
-
-    /**
-     * Takes the lock for an operation, on a new set if the old one is gone. Yields the id of the
-     * set on which it is held, or kNoSet.
-     */
-    int Take() {
-        // Inline as far as the lock is free: a call that returns after a system call costs twice.
-        if (!HasJoined()) return TakeAfterJoining(kNoSet, kNotTried);
-        const int set = semid.load(std::memory_order_relaxed);
-        if (!Operate(set, taking)) return TakeAfterJoining(set, errno);
-        TellAcquired();
-        return set;
-    }
-    /**
-     * Gives the lock back on the set on which it was taken. On a newer set it would raise a
-     * semaphore that nobody lowered, and let two holders in.
-     */
-    void GiveBack(int takenOn) {
-        TellReleasing();
-        if (!Operate(takenOn, givingBack)) GiveBackAgain(takenOn);
-    }
-
-    LinuxMutex* setNext = nullptr;
-    // Both change when the process joins anew, while other threads lock.
-    std::atomic<int> semid;
-    std::atomic<int> joinedIn;  // how many forks before this process joined
-
-    // Forks between the process that loaded the library and this one. Who joined before the last
-    // of them was another process.
-    static std::atomic<int> forks;
-    static int Forks() { return forks.load(std::memory_order_relaxed); }
-
-private:
-    static bool Operate(int set, sembuf& operation) { return semop(set, &operation, 1) == 0; }
-    bool LockOn(int set);
-    /** In a forked child that has not joined, the set is its parent's affair. */
-    [[nodiscard]] bool HasJoined() const {
-        return joinedIn.load(std::memory_order_acquire) == Forks();
-    }
-    static constexpr int kNotTried = 0;
-    int TakeAfterJoining(int lastTried, int error);
-    bool GiveBackAgain(int takenOn);
-    // ThreadSanitizer sees no ordering in semaphores, so its build is told where it is.
-#if defined(__SANITIZE_THREAD__)
-    void TellAcquired();
-    void TellReleasing();
-#else
-    void TellAcquired() {}
-    void TellReleasing() {}
-#endif
-
-    // Made once: the kernel waits for what has only just been stored. Never changed.
-    sembuf taking;
-    sembuf givingBack;
+    /** In a forked child it is the parent's affair. */
+    [[nodiscard]] bool IsOurs() const { return forks == Forks::Count(); }
+    [[nodiscard]] bool IsNone() const { return set == kNone; }
+    bool operator==(const OnSet&) const = default;
 };
+
+class LinuxMutex;
 
 /** The process's end of one kernel set. */
 class LinuxMutexSet {
@@ -145,27 +99,89 @@ public:
     LinuxMutex* FindMutex(MutexID& wanted);
     bool UnLinkMutex(LinuxMutex* mutex);
 
-    /**
-     * Joins the set of this name again, unless another thread has done so since the caller saw
-     * the id `gone`.
-     */
-    void JoinAgain(int gone);
+    /** The set that this process has joined last; asked afresh for every lock. */
+    [[nodiscard]] OnSet Joined() const { return joined.load(std::memory_order_acquire); }
+    /** Joins the set of this name again, unless another thread has done so since it was `gone`. */
+    OnSet JoinAgain(OnSet gone);
+    /** Gives back what this process held before it executed its present program. */
+    void GiveBackLocksOfFormerProgram() const;
+    /** Why there is no set. */
+    [[nodiscard]] Trouble WhyNone() const { return trouble.load(); }
+
+    static void ForgetJoiningInChild();
 
     static LinuxMutexSet* MasterListStart;
 
 private:
-    void Join();
-    bool JoinInherited();
+    [[nodiscard]] int Join();
+    [[nodiscard]] int JoinInherited(int set);
+    bool Register(int set);
     void Leave();
-    void ShareWithLocks();
 
-    int semid = LinuxMutex::kNoSet;
+    std::atomic<OnSet> joined;
+    static_assert(std::atomic<OnSet>::is_always_lock_free);
+    std::atomic<Trouble> trouble = Trouble{};
+    bool registered = false;  // among the users of that set; changes while one thread joins
     MutexID id;
     LinuxMutex* mutexes = nullptr;
     LinuxMutexSet* next = nullptr;
-    int registeredIn = LinuxMutex::kNoSet;  // the set whose users this process is counted among
-    short registrationFlags = 0;            // SEM_UNDO in a forked child
-    int joinedIn;                           // how many forks before this process joined
+};
+
+class LinuxMutex : public Mutex {
+public:
+    LinuxMutex(const MutexID& mutexId, LinuxMutexSet& ownSet);
+
+    bool Lock() override;
+    bool UnLock() override;
+
+    /** Takes the lock for an operation, on a new set if the old one is gone; or none. */
+    OnSet Take() {
+        // Inline as far as the lock is free: a call that returns after a system call costs twice.
+        const OnSet on = set.Joined();
+        const Attempt attempt = Try(on);
+        return attempt == Attempt::kTaken ? on : TakeAfter(attempt, on);
+    }
+    /**
+     * Gives the lock back where it was taken. On a newer set it would raise a semaphore that
+     * nobody lowered, and let two holders in.
+     */
+    void GiveBack(OnSet takenOn) {
+        if (!takenOn.IsOurs()) return;
+        TellReleasing();
+        if (!Operate(takenOn.set, givingBack) || !takenOn.IsOurs()) GiveBackAfter(takenOn);
+    }
+
+    LinuxMutex* setNext = nullptr;
+    LinuxMutexSet& set;
+
+private:
+    enum class Attempt { kTaken, kNotJoined, kGone, kInterrupted, kRefused };
+
+    static bool Operate(int on, sembuf& operation) { return semop(on, &operation, 1) == 0; }
+    Attempt Try(OnSet on) {
+        if (!on.IsOurs()) return Attempt::kNotJoined;
+        if (!Operate(on.set, taking)) return AfterFailure();
+        if (!on.IsOurs()) return AfterFork(on.set);
+        TellAcquired();
+        return Attempt::kTaken;
+    }
+    static Attempt AfterFailure();
+    Attempt AfterFork(int takenOn);
+    OnSet TakeAfter(Attempt attempt, OnSet on);
+    bool GiveBackAfter(OnSet takenOn);
+    [[nodiscard]] bool WasOperatedHere(int on) const;
+    // ThreadSanitizer sees no ordering in semaphores, so its build is told where it is.
+#if defined(__SANITIZE_THREAD__)
+    void TellAcquired();
+    void TellReleasing();
+#else
+    void TellAcquired() {}
+    void TellReleasing() {}
+#endif
+
+    // Made once: the kernel waits for what has only just been stored. Never changed.
+    sembuf taking;
+    sembuf givingBack;
 };
 
 #endif  // MUTEX_H

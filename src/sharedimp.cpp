@@ -12,12 +12,15 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <new>
 
 namespace {
 
 constexpr unsigned long kUnit = SharedMemoryArenaHeader::kUnit;
 constexpr int kPermissions = 0666;
+// How often a segment may vanish before we believe that somebody means it.
+constexpr int kMostLooks = 100;
 
 std::uint64_t UnitsIn(unsigned long segmentSize) {
     return segmentSize < sizeof(SharedMemoryArenaHeader)
@@ -37,22 +40,27 @@ void Write(Number& shared, Number value) {
 }
 
 /** The units of an arena, or 0 when it claims more than it can have. */
-std::uint64_t BelievedUnitCount(SharedMemoryArenaHeader& header) {
-    std::uint64_t limit = UnitsIn(static_cast<unsigned long>(std::max(header.id.size, 0)));
-    for (auto* element = SharedMemoryLocalListElement::SharedMemoryLocalListStart;
-         element != nullptr; element = element->next) {
-        if (element->header == &header) limit = element->memory->unitLimit;
-    }
+std::uint64_t BelievedUnitCount(SharedMemoryArenaHeader& header, std::uint64_t limit) {
     const std::uint64_t claimed = Read(header.unitCount);
     return claimed <= limit ? claimed : 0;
+}
+
+/** How many units an attached arena has room for. */
+std::uint64_t UnitLimitOf(const SharedMemoryArenaHeader& header) {
+    for (auto* element = SharedMemoryLocalListElement::SharedMemoryLocalListStart;
+         element != nullptr; element = element->next) {
+        if (element->header == &header) return element->memory->unitLimit;
+    }
+    return 0;
 }
 
 /** Goes from block to block, and ends at one that makes no sense. */
 class BlockWalk {
 public:
-    explicit BlockWalk(SharedMemoryArenaHeader& header)
+    explicit BlockWalk(SharedMemoryArenaHeader& header) : BlockWalk(header, UnitLimitOf(header)) {}
+    BlockWalk(SharedMemoryArenaHeader& header, std::uint64_t limit)
         : first_(reinterpret_cast<char*>(&header.firstBlock)),
-          unitCount_(BelievedUnitCount(header)) {
+          unitCount_(BelievedUnitCount(header, limit)) {
         ReadUnits();
     }
 
@@ -88,6 +96,25 @@ private:
 /** Free, or allocated by a process that died before it gave the block its name. */
 bool CanBeTaken(SharedMemoryBlockHeader& block) {
     return Read(block.useCount) == 0 || Read(block.objectId.name[0]) == '\0';
+}
+
+/**
+ * No other copy of the library is at work in this process, or has left something in it: nothing
+ * else here maps a segment as large as ours.
+ */
+bool IsOnlyAttachment(const SharedMemory& memory) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> maps(std::fopen("/proc/self/maps", "re"),
+                                                               std::fclose);
+    if (!maps) return false;
+    char line[512];
+    while (std::fgets(line, sizeof line, maps.get()) != nullptr) {
+        std::uintptr_t start = 0;
+        std::uintptr_t end = 0;
+        if (std::sscanf(line, "%lx-%lx", &start, &end) != 2 || end - start != memory.size) continue;
+        const bool isOwn = start == reinterpret_cast<std::uintptr_t>(memory.address);
+        if (!isOwn && std::strstr(line, "/SYSV") != nullptr) return false;
+    }
+    return true;
 }
 
 void CopyName(char (&target)[MutexID::kNameRoom], const char* name) {
@@ -155,6 +182,13 @@ SharedMemoryBlockHeader* SharedMemoryArenaHeader::AllocateBlock(unsigned long by
     return nullptr;
 }
 
+void SharedMemoryArenaHeader::ClearObjects(std::uint64_t unitLimit) {
+    for (BlockWalk walk(*this, unitLimit); !walk.AtEnd(); walk.Next()) {
+        void* data = &walk.Block() + 1;
+        if (!CanBeTaken(walk.Block())) std::memset(data, 0, (walk.Units() - 1) * kUnit);
+    }
+}
+
 SharedMemory::SharedMemory(const SharedMemoryArenaID& arenaId)
     : size(static_cast<unsigned long>(arenaId.size)), id(arenaId) {}
 
@@ -167,52 +201,72 @@ LinuxSharedMemory::~LinuxSharedMemory() {
 }
 
 bool LinuxSharedMemory::Create() {
-    const ArenaKeyPath path(id);
-    const KeyFileLock file(path.text);
-    FindOrCreate(file);
-    if (shmid == kNoSegment) return false;
-
-    address = shmat(shmid, nullptr, 0);
-    if (address == reinterpret_cast<void*>(-1)) {
-        address = nullptr;
-        if (!creator) shmid = kNoSegment;  // whose it is we have not seen
-        return false;
+    const KeyFileLock file(KeyPath::OfArena(id.name));
+    Found found = Found::kGone;
+    for (int look = 0; look < kMostLooks && found == Found::kGone; ++look) {
+        found = FindOrCreate(file);
+        if (found != Found::kOurs) Detach();
     }
-    if (Prepare(file)) return true;
-    Detach();
-    shmid = kNoSegment;  // not ours to remove
-    return false;
+    return found == Found::kOurs;
 }
 
-void LinuxSharedMemory::FindOrCreate(const KeyFileLock& file) {
+LinuxSharedMemory::Found LinuxSharedMemory::FindOrCreate(const KeyFileLock& file) {
     creator = false;
     const key_t key = file.Key(id.id + 1);
-    if (key == KeyFileLock::kNoKey) return;
+    if (key == KeyFileLock::kNoKey) return Fail(Trouble::WithoutLock(file));
     shmid = shmget(key, size, kPermissions);
-    if (shmid != kNoSegment || errno != ENOENT || !file.Held()) return;
-    shmid = shmget(key, size, IPC_CREAT | IPC_EXCL | kPermissions);
-    creator = shmid != kNoSegment;
+    if (shmid == kNoSegment && errno == ENOENT) {
+        if (!file.Held()) return Fail(Trouble::WithoutLock(file));
+        shmid = shmget(key, size, IPC_CREAT | IPC_EXCL | kPermissions);
+        creator = shmid != kNoSegment;
+    }
+    if (shmid == kNoSegment) return Fail(Trouble::Of(Trouble::Kind::kRefused, errno));
+
+    void* place = shmat(shmid, nullptr, 0);
+    if (place == reinterpret_cast<void*>(-1)) {
+        const int error = errno;
+        if (creator) shmctl(shmid, IPC_RMID, nullptr);
+        return FailWith(error);
+    }
+    address = place;
+    return Prepare(file);
 }
 
-bool LinuxSharedMemory::Prepare(const KeyFileLock& file) {
-    shmid_ds kernel = {};
-    if (shmctl(shmid, IPC_STAT, &kernel) != 0) return false;
-    const SegmentState state = {kernel.shm_segsz, kernel.shm_nattch};
+LinuxSharedMemory::Found LinuxSharedMemory::Fail(Trouble why) {
+    trouble = why;
+    return why.kind == Trouble::Kind::kVanishing ? Found::kGone : Found::kNone;
+}
 
-    unitLimit = UnitsIn(state.size);
+LinuxSharedMemory::Found LinuxSharedMemory::FailWith(int error) {
+    const bool gone = error == EIDRM || error == EINVAL;
+    return Fail(
+        Trouble::Of(gone ? Trouble::Kind::kVanishing : Trouble::Kind::kRefused, gone ? 0 : error));
+}
+
+LinuxSharedMemory::Found LinuxSharedMemory::Prepare(const KeyFileLock& file) {
+    shmid_ds kernel = {};
+    if (shmctl(shmid, IPC_STAT, &kernel) != 0) return FailWith(errno);
+    if ((kernel.shm_perm.mode & SHM_DEST) != 0) {
+        return Fail(Trouble::Of(Trouble::Kind::kVanishing));
+    }
+
+    unitLimit = UnitsIn(kernel.shm_segsz);
     auto* header = static_cast<SharedMemoryArenaHeader*>(address);
     const std::uint64_t claimed = Read(header->unitCount);
-    if (claimed != 0 && claimed <= unitLimit && id.SameArena(header->id)) return true;
+    if (claimed != 0 && claimed <= unitLimit && id.SameArena(header->id)) return Found::kOurs;
 
-    if (!file.Held() || (!creator && !IsUnfinished(state))) return false;
+    if (!creator && !IsUnfinished(kernel.shm_segsz, kernel.shm_nattch)) {
+        return Fail(Trouble::Of(Trouble::Kind::kStranger));
+    }
+    if (!file.Held()) return Fail(Trouble::WithoutLock(file));
     creator = true;
     std::memset(address, 0, size);
     ::new (address) SharedMemoryArenaHeader(id, size);
-    return true;
+    return Found::kOurs;
 }
 
-bool LinuxSharedMemory::IsUnfinished(const SegmentState& state) const {
-    if (state.size != size || state.attachments != 1) return false;
+bool LinuxSharedMemory::IsUnfinished(unsigned long segmentSize, unsigned long attachments) const {
+    if (segmentSize != size || attachments != 1) return false;
     if (Read(static_cast<SharedMemoryArenaHeader*>(address)->unitCount) != 0) return false;
 
     const SharedMemoryArenaHeader finished(id, size);
@@ -232,15 +286,19 @@ void LinuxSharedMemory::Detach() {
 }
 
 bool LinuxSharedMemory::Delete() {
-    const ArenaKeyPath path(id);
-    const KeyFileLock file(path.text);
+    if (address == nullptr) return true;
+    const KeyFileLock file(KeyPath::OfArena(id.name));
+    if (file.Held()) RemoveOrClear();
     Detach();
-    if (shmid == kNoSegment || !file.Held()) return true;
-
-    shmid_ds kernel = {};
-    const bool unused = shmctl(shmid, IPC_STAT, &kernel) == 0 && kernel.shm_nattch == 0;
-    if (unused) shmctl(shmid, IPC_RMID, nullptr);
     return true;
+}
+
+/** Removed while it is still attached, it goes with the last that detaches it. */
+void LinuxSharedMemory::RemoveOrClear() {
+    shmid_ds kernel = {};
+    if (shmctl(shmid, IPC_STAT, &kernel) != 0 || kernel.shm_nattch != 1) return;
+    if (shmctl(shmid, IPC_RMID, nullptr) == 0) return;
+    static_cast<SharedMemoryArenaHeader*>(address)->ClearObjects(unitLimit);
 }
 
 bool LinuxSharedMemory::Lock() {
@@ -269,8 +327,12 @@ SharedMemoryLocalListElement* SharedMemoryLocalListElement::GetSharedMemoryArena
         delete element;
         return nullptr;
     }
-    element->memory->mutex = Mutex::GetLocalMutex(id.mutex);
-    element->header = static_cast<SharedMemoryArenaHeader*>(element->memory->address);
+    SharedMemory& memory = *element->memory;
+    memory.mutex = Mutex::GetLocalMutex(id.mutex);
+    if (memory.mutex != nullptr && IsOnlyAttachment(memory)) {
+        static_cast<LinuxMutex*>(memory.mutex)->set.GiveBackLocksOfFormerProgram();
+    }
+    element->header = static_cast<SharedMemoryArenaHeader*>(memory.address);
     element->next = SharedMemoryLocalListStart;
     SharedMemoryLocalListStart = element;
     return element;
@@ -314,8 +376,4 @@ SharedMemoryBlockHeader* SharedMemoryLocalListElement::FindSharedMemoryObject(
         }
     }
     return nullptr;
-}
-
-ArenaKeyPath::ArenaKeyPath(const SharedMemoryArenaID& id) {
-    std::snprintf(text, sizeof text, "/tmp/%.*s", MutexID::kNameRoom, id.name);
 }

@@ -18,6 +18,10 @@
  *
  * A segment that is removed while processes use it is not looked for again, for that would cost
  * every operation a system call: they go on together on theirs, later processes share a new one.
+ * One that is found removed when it is attached is let go and looked for anew.
+ *
+ * Removing needs the owner's rights. A last user without them leaves the segment behind, with its
+ * objects and nothing in them.
  */
 #ifndef SHAREDIMP_H
 #define SHAREDIMP_H
@@ -27,6 +31,7 @@
 
 #include "key_file.h"
 #include "mutex.h"
+#include "shared_trouble.h"
 
 /** Identity of an object in an arena. Also stored in the segment. */
 struct SharedMemoryObjectID {
@@ -82,6 +87,8 @@ struct SharedMemoryArenaHeader {
 
     /** First fit; null when there is no room. The caller publishes the block. */
     SharedMemoryBlockHeader* AllocateBlock(unsigned long bytes);
+    /** Zeroes the data of every object in so many units at most; the objects stay. */
+    void ClearObjects(std::uint64_t unitLimit);
 
     SharedMemoryArenaID id;
     std::uint32_t initCount;
@@ -118,12 +125,6 @@ public:
     std::uint64_t unitLimit = 0;  // units that the attached segment has room for
 };
 
-/** What the kernel knows of a segment. */
-struct SegmentState {
-    unsigned long size;
-    unsigned long attachments;
-};
-
 class LinuxSharedMemory : public SharedMemory {
 public:
     explicit LinuxSharedMemory(const SharedMemoryArenaID& arenaId);
@@ -135,17 +136,25 @@ public:
     bool UnLock() override;
     bool MeFirst() override;
 
+    /** Why it is not attached. */
+    [[nodiscard]] Trouble WhyNot() const { return trouble; }
+
 private:
     static constexpr int kNoSegment = -1;
+    enum class Found { kOurs, kGone, kNone };
 
-    void FindOrCreate(const KeyFileLock& file);
-    /** Sees to it that the attached segment is our arena with its header; false: a stranger's. */
-    bool Prepare(const KeyFileLock& file);
-    [[nodiscard]] bool IsUnfinished(const SegmentState& state) const;
+    Found FindOrCreate(const KeyFileLock& file);
+    /** Sees to it that the attached segment is our arena with its header. */
+    Found Prepare(const KeyFileLock& file);
+    [[nodiscard]] bool IsUnfinished(unsigned long segmentSize, unsigned long attachments) const;
+    Found Fail(Trouble why);
+    Found FailWith(int error);
+    void RemoveOrClear();
     void Detach();
 
     int shmid = kNoSegment;
     bool creator = false;
+    Trouble trouble;
 };
 
 /** An arena that this process has attached, or tried to. */
@@ -162,12 +171,6 @@ public:
     SharedMemoryLocalListElement* next = nullptr;
     SharedMemoryArenaHeader* header = nullptr;  // null: there is no segment
     SharedMemory* memory = nullptr;
-};
-
-/** The path of an arena's key file. */
-struct ArenaKeyPath {
-    explicit ArenaKeyPath(const SharedMemoryArenaID& id);
-    char text[KeyFileLock::kPathRoom];
 };
 
 #endif  // SHAREDIMP_H

@@ -116,7 +116,7 @@ TEST_F(KeyFilesTest, FileThatIsReplacedDuringTheWaitIsOpenedAnew) {
             return 0;
         };
         Child waiting(load);
-        ASSERT_TRUE(Await([&] { return waiting.WaitsIn(SYS_flock); }));
+        ASSERT_TRUE(Await([&] { return waiting.WaitsIn(SYS_clock_nanosleep); }));
         unlink(path);
         Child later(load);
         usleep(20000);  // later has a new file to itself, whatever it does there

@@ -1,0 +1,26 @@
+/**
+ * @file forks.h
+ * @brief How many forks lie between the process that loaded the library and this one.
+ *
+ * What a process holds is its own: a forked child finds copies of locks, registrations and counts
+ * that are its parent's. Whoever holds such a thing notes the number of forks beside it, and takes
+ * nothing back when the number is another by then. A child may be forked at any instruction, by a
+ * signal handler as well; forks.cpp says what happens then.
+ */
+#ifndef FORKS_H
+#define FORKS_H
+
+#include <atomic>
+
+class Forks {
+public:
+    /** Counts from before the first shared object is attached. */
+    static int Count() { return count.load(std::memory_order_relaxed); }
+
+    static void CountInChild();
+
+private:
+    static std::atomic<int> count;
+};
+
+#endif  // FORKS_H

@@ -1,0 +1,36 @@
+/**
+ * @file shared_use.cpp
+ * @brief The end: waiting for operations that still run.
+ */
+#include "shared_use.h"
+
+#include <chrono>
+#include <thread>
+
+namespace {
+
+constexpr auto kLongestWaitForOperations = std::chrono::seconds(1);
+constexpr auto kLookAgainAfter = std::chrono::milliseconds(1);
+
+}  // namespace
+
+constinit std::atomic<SharedUse::State> SharedUse::state = SharedUse::State{0, 0, Phase::kOpen};
+
+void SharedUse::Enter(Phase phase) {
+    State now = state.load();
+    while (!state.compare_exchange_weak(now, now.In(phase))) {
+    }
+}
+
+void SharedUse::Finish() {
+    Enter(Phase::kDraining);
+    const auto deadline = std::chrono::steady_clock::now() + kLongestWaitForOperations;
+    while (state.load().operations != 0) {
+        if (std::chrono::steady_clock::now() >= deadline) return Enter(Phase::kAbandoned);
+        std::this_thread::sleep_for(kLookAgainAfter);
+    }
+}
+
+void SharedUse::ForgetOperationsInChild(int forks) {
+    state.store({0, static_cast<std::uint16_t>(forks), state.load().phase});
+}
