@@ -1550,7 +1550,8 @@ public:
     /**
      * @brief Reads one whole polled message, however long; prefer ReceivePolledMessageEx.
      *
-     * Asks until the board says that the message is complete, or a reply has less than two bytes.
+     * Asks until the board says that the message is complete, or a reply has less than two bytes. A
+     * board that says for ever that more comes holds the caller for ever.
      * @param port    Port 0 or 1, configured.
      * @param index   Message index 0 to 3.
      * @param buffer  Room for the whole message: nothing bounds what is written.
@@ -1592,6 +1593,8 @@ public:
      *     buffer, *length and *status hold what came before it
      *   - USB_ERR_DATA_TOO_LONG: a reply did not fit and is lost; buffer and *length hold what came
      *     before it
+     *   - USB_ERR_TRANSFER_FAILED: eight replies in a row said that more comes and brought nothing;
+     *     buffer and *length hold what came before them
      * @par Threads and processes
      *   A second caller on the same port and index takes part of the message.
      * @note Models: K40, K44, K50.

@@ -345,6 +345,14 @@ protected:
 
     template <class Config>
     int ConfigurePoll(_usbSerialPort port, Config* config);
+    /** Where a polled message goes, and how many replies in a row may bring nothing of it. */
+    struct PolledRoom {
+        unsigned char* buffer;
+        unsigned long capacity;
+        unsigned long emptyReplies;
+    };
+    int ReceivePolled(_usbSerialPort port, unsigned char index, const PolledRoom& room,
+                      unsigned long* length, unsigned int* status);
     int SendPolledIndex(_usbSerialPort port, unsigned char command, unsigned char index);
 
     using OutputHandle = Shared<usbOutput[kDeviceCount]>;

@@ -19,6 +19,8 @@ constexpr double kLongestTimeoutSeconds = 7.65;
 constexpr double kTimeoutUnitSeconds = 0.03;
 constexpr double kLongestHostTimeoutSeconds = 25.5;
 constexpr double kHostTimeoutUnitsPerSecond = 10.0;
+// That more comes, with nothing in it: so often in a row no board means it.
+constexpr unsigned long kMostEmptyReplies = 8;
 
 /** Where a message tells its own length. */
 struct Framing {
@@ -134,14 +136,20 @@ int KBaseImplementation::DeletePolledMessage(_usbSerialPort port, unsigned char 
 int KBaseImplementation::ReceivePolledMessage(_usbSerialPort port, unsigned char index,
                                               unsigned char* buffer, unsigned long* length,
                                               unsigned int* status) {
-    return ReceivePolledMessageEx(port, index, buffer, kUnlimited, length, status);
+    return ReceivePolled(port, index, {buffer, kUnlimited, kUnlimited}, length, status);
 }
 
 int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort port, unsigned char index,
                                                 unsigned char* buffer, unsigned long capacity,
                                                 unsigned long* length, unsigned int* status) {
+    return ReceivePolled(port, index, {buffer, capacity, kMostEmptyReplies}, length, status);
+}
+
+int KBaseImplementation::ReceivePolled(_usbSerialPort port, unsigned char index,
+                                       const PolledRoom& room, unsigned long* length,
+                                       unsigned int* status) {
     constexpr unsigned long kHeader = 2;  // status, more
-    if (length == nullptr || buffer == nullptr || status == nullptr) {
+    if (length == nullptr || room.buffer == nullptr || status == nullptr) {
         return Fail(USB_ERR_NULL_POINTER);
     }
     if (index > kHighestIndex) return Fail(USB_ERR_OUT_OF_RANGE);
@@ -149,6 +157,7 @@ int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort port, unsigned ch
 
     // Counted apart from *length, which the application can reach: no place depends on it.
     unsigned long done = 0;
+    unsigned long emptyReplies = 0;  // in a row
     for (bool more = true; more;) {
         *length = done;
         Reply reply(Reply::kRoom);
@@ -159,10 +168,12 @@ int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort port, unsigned ch
         if (reply.Length() > 0) *status = reply.Byte(0);
         if (reply.Length() < kHeader) return 1;
         const unsigned long data = reply.Length() - kHeader;
-        if (data > capacity - done) return Fail(USB_ERR_DATA_TOO_LONG);
-        std::memcpy(buffer + done, reply.Data() + kHeader, data);
+        if (data > room.capacity - done) return Fail(USB_ERR_DATA_TOO_LONG);
+        std::memcpy(room.buffer + done, reply.Data() + kHeader, data);
         done += data;
         more = reply.Byte(1) != 0;
+        emptyReplies = data == 0 ? emptyReplies + 1 : 0;
+        if (more && emptyReplies >= room.emptyReplies) return Fail(USB_ERR_TRANSFER_FAILED);
     }
     *length = done;
     return 1;

@@ -218,6 +218,14 @@ TEST_F(PollsTest, AMessageIsReadOverAllItsRepliesWhereThereIsRoom) {
     };
     const Bytes sixty(62, 1);  // a status and a "more" before them
     const Bytes message(60, 1);
+    const auto repeated = [](std::size_t times, std::vector<DriverAnswer> last) {
+        std::vector<DriverAnswer> answers(times, {.reply = {4, 1}});
+        answers.insert(answers.end(), last.begin(), last.end());
+        return answers;
+    };
+    const std::vector<DriverAnswer> tellsTwo = {{.reply = {5, 1, 1, 2}}, {.reply = {6, 0}}};
+    auto afterTwo = repeated(8, {});
+    afterTwo.insert(afterTwo.begin(), tellsTwo[0]);
     const Case cases[] = {
         // clang-format off
         {"three replies",
@@ -231,6 +239,9 @@ TEST_F(PollsTest, AMessageIsReadOverAllItsRepliesWhereThereIsRoom) {
          9, 9, {1, 2}, 5},
         {"no room", {{.reply = sixty}}, 59, 7, {}, 1},
         {"room for the first", {{.reply = sixty}, {.reply = {2, 0, 3, 3}}}, 61, 7, message, 2},
+        {"seven empty in a row", repeated(7, tellsTwo), 9, 0, {1, 2}, 6},
+        {"eight", afterTwo, 9, 6, {1, 2}, 4},
+        {"the plain form has patience", repeated(9, tellsTwo), ~0UL, 0, {1, 2}, 6},
         {"just enough", {{.reply = sixty}, {.reply = {2, 0}}}, 60, 0, message, 2},
         // clang-format on
     };
