@@ -10,11 +10,15 @@
  *
  * @code
  * MarvaneUSB board;
- * if (!board.init(0)) return 1;  // no board could be opened
- *
+ * if (!board.init(0)) {
+ *     char why[1000];
+ *     MarvaneUSB::DescribeFailure(why, sizeof why);
+ *     std::fprintf(stderr, "%s\n", why);
+ *     return 1;
+ * }
  * unsigned int pressed = 0;
  * if (!board.GetInputBit(USB_INPUT_5, &pressed) || !board.SetOutputBit(USB_OUTPUT_12, pressed))
- *     std::fprintf(stderr, "board failed with code %d\n", board.GetLastError());
+ *     std::fprintf(stderr, "board failed: %s\n", MarvaneUSB::ErrorText(board.GetLastError()));
  * board.close();
  * @endcode
  *
@@ -27,7 +31,8 @@
  *   nothing leaves it. Arguments are checked first, in the order of the listed codes, and nothing
  *   is sent or changed when a check fails. A model that lacks an operation refuses it before it
  *   looks at any argument. Output arguments are written only on success. No exception leaves
- *   an operation.
+ *   an operation. What errno holds after a failure means nothing; DescribeFailure() says what the
+ *   system said, and what mends it.
  * @par With no board open
  *   Operations return 0, leave the last error alone and touch no argument; the four SAS
  *   operations set USB_ERR_NOT_SUPPORTED_K40.
@@ -63,12 +68,28 @@
  *   has let go of it at exit or unload, the operations that need it fail with
  *   USB_ERR_NOT_CONFIGURED. When they are removed under running processes, semaphores are made
  *   and joined anew; on a removed segment the running processes go on together, later ones share
- *   a new one.
- * @par fork
+ *   a new one. The objects' keys contain the inodes of the key files: remove or replace those under
+ *   running processes, and the ones that start later have a shared state of their own.
+ * @par What stays behind
+ *   The last process that leaves removes the shared state, and the next one starts with everything
+ *   zero. One that is killed, or calls _exit, removes nothing: the next process finds the output
+ *   patterns and the EEPROM record as they were. Removing needs the rights of the owner (of root,
+ *   say, for a program that loads the library as root and then calls setuid): a last user without
+ *   them leaves segment and semaphores behind, the objects zeroed, which for the next process is
+ *   the same. The semaphores count processes: each that was killed, each program that was left by
+ *   exec, and each start through daemon(3), whose first process calls _exit, is counted for ever;
+ *   they then stay until somebody removes them (ipcrm), and work all the same.
+ * @par Key files
+ *   Loading, unloading and joining anew lock them (flock) for less than a millisecond. Whoever may
+ *   read one can hold it: a process waits ten seconds at most, then uses what it finds finished,
+ *   and creates and removes nothing. DescribeFailure() names the holder.
+ * @par fork and exec
  *   A child may use the objects that it inherits and joins the shared state at its first use of
  *   it. The changed-inputs thread does not exist in the child, and nothing there waits for it.
- *   exec closes the boards' device nodes. No other thread may be in an operation when a process
- *   calls exec: a lock would stay held, with nobody left who knows of it.
+ *   exec closes the boards' device nodes. What another thread held at that moment the new program
+ *   gives back when it loads this library, if it sees /proc and no other copy of the library, or
+ *   segment of the same size, in its process; a new program without the library holds the locks
+ *   until it ends. The exchange itself may have been done, or not.
  */
 #ifndef MARVANEUSB_H
 #define MARVANEUSB_H
@@ -90,7 +111,7 @@ enum _usbErrorCode : int {
     USB_ERR_NONE = 0,                //!< No error.
     USB_ERR_BAD_LENGTH = 2,          //!< Size of an SPI transfer or SEC frame out of range.
     USB_ERR_BAD_CHANNEL = 3,         //!< PerformUSBIO on a K44 or K50: channel above 7.
-    USB_ERR_TRANSFER_FAILED = 6,     //!< The exchange failed, or a memory read came back empty.
+    USB_ERR_TRANSFER_FAILED = 6,     //!< The exchange failed, or replies came without their data.
     USB_ERR_DATA_TOO_LONG = 7,       //!< A reply, message or payload beyond its fixed limit.
     USB_ERR_OUT_OF_RANGE = 8,        //!< An argument outside the range that is accepted.
     USB_ERR_BAD_BAUD_RATE = 10,      //!< SetConfig: a rate that the port does not have.
@@ -305,7 +326,9 @@ struct _DCB {
  * @brief A ccTalk message pair that the board polls by itself; for ConfigureCCTalkPort.
  *
  * A message is complete with its header and checksum: byte 1 holds its number of data bytes d,
- * 0 to 20, and the first d + 5 bytes are sent. What the board does with the values is its own.
+ * 0 to 20, and the first d + 5 bytes are sent. Message2 cannot be left out: all zero it is sent as
+ * five zeroes, so choose a mode in which the board does not use it, or ConfigureRS232Poll, which
+ * knows messages of no bytes. What the board does with the values is its own.
  */
 struct CCTalkConfig {
     unsigned char Index;   //!< Which message of the port, 0 to 3.
@@ -393,6 +416,10 @@ public:
 
     /**
      * @brief Shares the board that another object has open, or none; copies nothing of it.
+     *
+     * It takes no const object and no temporary, so a function cannot return a MarvaneUSB by value
+     * before C++17, and from then on only one that it makes in the return statement: have it fill
+     * one of the caller's.
      * @param other  The object to share with; unchanged.
      */
     MarvaneUSB(MarvaneUSB& other);
@@ -443,12 +470,17 @@ public:
      *   - any code of CheckEEPROM or ConfigureEEPROM: its EEPROM is not recorded, or recorded with
      *     the part last probed; board n is open
      *   With board n left open, call InitPort again, repeat the step that failed, or close().
-     *   InitPort does not repeat a detection that failed after its first configuration: then call
-     *   CheckEEPROM and ConfigureEEPROM.
+     *   DescribeFailure() tells these cases apart.
+     *   A result of 1 does not vouch for the EEPROM part on record: where an earlier opening, in
+     *   any process, failed or died in mid-detection, the part that it probed with last stays on
+     *   record, and no opening detects again. CheckEEPROM, then ConfigureEEPROM mend it. Nor is a
+     *   board told its part again that lost power and was plugged in anew, as long as the record
+     *   lives: call ConfigureEEPROM with a copy of its part's descriptor.
      * @par Threads and processes
      *   The look at the EEPROM record and the detection run one at a time per board over all
-     *   processes and objects, so this waits while another runs them. The download does not: two
-     *   first openings at once may both download the firmware.
+     *   processes and objects, under a flock on the device node, so this waits while another runs
+     *   them, and as long as anybody else holds such a lock. The download does not: two first
+     *   openings at once may both download the firmware.
      * @note Models: K40, K44, K50. A real board needs a library that was built with the real
      *   firmware of its model; the stand-ins that are built in otherwise leave it idle.
      */
@@ -581,6 +613,32 @@ public:
      */
     int ClearErrors();
 
+    /**
+     * @brief Names a code of GetLastError() and says what it means. Needs no board.
+     * @param code  A code of _usbErrorCode, or a status of the board. A status that equals a code
+     *   is taken for it; DescribeFailure() knows better.
+     * @return "USB_ERR_OUT_OF_RANGE: an argument is outside ...", or for any other number "status
+     *   77 of the board"; never null. The text of a status lasts until the calling thread's fourth
+     *   call from then, all others for ever. Any thread may call it; nothing is allocated.
+     */
+    static const char* ErrorText(int code);
+
+    /**
+     * @brief Says in one line why the calling thread's last failed call failed. Needs no board.
+     *
+     * For a failed opening it names the file or node, the system's error and what mends it; after
+     * init or InitUSBBoard it does so for each number at which there is anything. For missing
+     * shared state it names the object and the cause, for an exchange the command and what the
+     * driver or the board said. The words are for people and may change. Whose a file is, or which
+     * program holds it, is looked up now. ClearErrors() forgets the failure.
+     * @param text      Receives the line, cut to fit; always ends with a zero byte unless capacity
+     *   is 0. May be null.
+     * @param capacity  Bytes of text. 1000 is enough for one board.
+     * @return The length of the whole line, its zero byte not counted: capacity or more means that
+     *   it was cut. The last error stays as it is.
+     */
+    static unsigned long DescribeFailure(char* text, unsigned long capacity);
+
     /// @}
 
     /// @name Inputs
@@ -687,14 +745,14 @@ public:
      *   - USB_ERR_TRANSFER_FAILED, USB_ERR_DATA_TOO_LONG, board's status: the inputs could
      *     not be read once before the start
      *   - USB_ERR_THREAD_START: the thread could not be created
-     *   An exchange that fails in the thread ends it; the application is not told, and the next
-     *   call finds a thread to stop.
+     *   An exchange that fails in the thread ends it; GetChangedInputsCallbackState tells, and the
+     *   next call of this operation finds a thread to stop.
      * @par Inside the callback
      *   It runs on the library's thread, which has a last error of its own and blocks all signals
      *   but SIGSEGV, SIGBUS, SIGFPE, SIGILL and SIGTRAP. Operations on the board may be called.
      *   It must not, for this board, call this operation, close, InitPort, init or InitUSBBoard,
      *   nor assign to or destroy an object that has it open, nor call exit: they would wait for the
-     *   callback itself. An exception that leaves it ends the process.
+     *   callback itself. An exception that leaves it, and pthread_exit in it, end the process.
      * @par Threads and processes
      *   One thread per opening of a board, common to the objects that share it; the calls of this
      *   operation on them need exclusion by the caller. A stop waits, without limit, until the
@@ -705,6 +763,31 @@ public:
      */
     int ConfigureChangedInputsCallback(usbInput* mask, usbInput* selection,
                                        void (*callback)(usbInput* changed, usbInput* current));
+
+    /**
+     * @brief Tells whether the changed-inputs thread works. Nothing is sent.
+     *
+     * A thread whose exchange failed calls back no more, so a program that lives by its callbacks
+     * asks this now and then, and starts the thread anew once the cause is mended.
+     * @param state  Receives 0 with no thread (never started, stopped, or in a forked child), 1
+     *   while it runs, 2 when it ended because an exchange failed.
+     * @return 1, or 0 with USB_ERR_NULL_POINTER: state is null. The last error is not cleared.
+     * @par Threads and processes
+     *   May be called from any thread, also in the callback.
+     * @note Models: K40, K44, K50.
+     */
+    int GetChangedInputsCallbackState(unsigned int* state);
+
+    /**
+     * @brief Tells which error ended the changed-inputs thread. Nothing is sent.
+     * @param code  Receives what that thread's last error was: a code of _usbErrorCode or a status
+     *   of the board; 0 unless GetChangedInputsCallbackState tells 2.
+     * @return 1, or 0 with USB_ERR_NULL_POINTER: code is null. The last error is not cleared.
+     * @par Threads and processes
+     *   May be called from any thread, also in the callback.
+     * @note Models: K40, K44, K50.
+     */
+    int GetChangedInputsCallbackError(int* code);
 
     /// @}
 
@@ -1080,9 +1163,10 @@ public:
     /**
      * @brief Tells the board which inputs to record, and into which area of its memory.
      *
-     * Up to address 196607 ReadLargeSRAM reads the area at the same address. Above that the area's
-     * 16 KB page is counted on (13, 14, ...) while the SRAM operations leave out pages 13 to 15:
-     * where it lies then is the board's.
+     * Up to address 196607 ReadLargeSRAM reads the area at the same address. From 196608 on the
+     * area's 16 KB page is counted on (13, 14, ...), while the SRAM operations leave out pages 13 to
+     * 15: addresses 196608 to 245759 name the pages of the board's own program, which a recording
+     * there overwrites, and from 245760 on ReadLargeSRAM finds the area 49152 lower.
      * @param inputs      4 slots, each an input 0 to 23 or USB_INPUT_NONE, at least one an input.
      * @param address     First byte of the area in the board's memory, 0 to 475134.
      * @param areaLength  Bytes of the area; address + areaLength is at most 475134.
@@ -1621,7 +1705,9 @@ public:
      * @param message  The bytes; not null, even when there are none.
      * @param length   Number of bytes, 0 to 60.
      * @param seconds  0 to below 7.65, sent in units of 30 ms; a fraction of a unit is dropped. The
-     *   float 7.65f is slightly more than 7.65 and is refused.
+     *   float 7.65f is slightly more than 7.65 and is refused. A float that is meant for a multiple
+     *   of 30 ms may lie just below it and loses a whole unit (0.03f sends 0, 0.06f sends 1): add
+     *   half a unit, 0.015f.
      * @return 1 once the board has accepted it, else 0 with GetLastError():
      *   - USB_ERR_DATA_TOO_LONG: length above 60
      *   - USB_ERR_OUT_OF_RANGE: seconds below 0, above 7.65 or not a number
@@ -1714,7 +1800,8 @@ public:
     /**
      * @brief Records which EEPROM part the board carries and tells the board; InitPort does this
      *   with the part it detects.
-     * @param eeprom  Descriptor of the part, one of E24LC01 to E24LC512; only read, not checked.
+     * @param eeprom  Descriptor of the part; only read, not checked. The constants E24LC01 to
+     *   E24LC512 are const: hand over a copy (K40EEPROM part = E24LC256;).
      * @return 1 once the board has accepted it, else 0 with GetLastError():
      *   - USB_ERR_NULL_POINTER: eeprom is null; nothing sent or recorded
      *   - USB_ERR_NOT_CONFIGURED: this process has no shared EEPROM state; nothing sent

@@ -6,6 +6,7 @@
 
 #include <sys/ioctl.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -57,13 +58,19 @@ int K40Implementation::PerformUSBIO(unsigned char command, int channel, unsigned
     if (inLen > 0) std::memcpy(record.data + 1, in, inLen);
 
     // An exchange that a signal interrupted is not repeated: the board may have acted on it.
-    if (ioctl(deviceHandle, kTransferRequest, &record) != 0) return Fail(USB_ERR_TRANSFER_FAILED);
-
+    if (ioctl(deviceHandle, kTransferRequest, &record) != 0) {
+        return FailExchange(Failure::Kind::kDriver, USB_ERR_TRANSFER_FAILED, command, channel,
+                            errno);
+    }
     const std::uint32_t length = record.readLength - kReplyHeader;  // wraps when shorter
-    if (length > kLongestReply - kReplyHeader) return Fail(USB_ERR_DATA_TOO_LONG);
-    if (record.data[0] != command) return Fail(USB_ERR_TRANSFER_FAILED);
+    if (length > kLongestReply - kReplyHeader) {
+        return FailExchange(Failure::Kind::kReplyLength, USB_ERR_DATA_TOO_LONG, command, channel);
+    }
+    if (record.data[0] != command) {
+        return FailExchange(Failure::Kind::kOtherEcho, USB_ERR_TRANSFER_FAILED, command, channel);
+    }
     const auto status = static_cast<std::int8_t>(record.data[1]);
-    if (status != 0) return Fail(static_cast<_usbErrorCode>(status));
+    if (status != 0) return FailExchange(Failure::Kind::kStatus, status, command, channel);
 
     *outLen = length;
     if (out != nullptr) std::memcpy(out, record.data + kReplyHeader, length);

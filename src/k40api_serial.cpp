@@ -5,102 +5,95 @@
  * With no board open they yield 0 and leave the last error alone; only the SAS operations say that
  * there is nothing to support them.
  */
-#include "kbase_implementation.h"
+#include "forward.h"
 #include "marvaneusb.h"
 
 int MarvaneUSB::SetConfig(_usbSerialPort port, _DCB* dcb, _usbPortType type) {
-    return implementation == nullptr ? 0 : implementation->SetConfig(port, dcb, type);
+    return Forward<&KBaseImplementation::SetConfig>(implementation, port, dcb, type);
 }
 
 int MarvaneUSB::Send(_usbSerialPort port, unsigned char* data, unsigned int length) {
-    return implementation == nullptr ? 0 : implementation->Send(port, data, length);
+    return Forward<&KBaseImplementation::Send>(implementation, port, data, length);
 }
 
 int MarvaneUSB::Receive(_usbSerialPort port, unsigned char* buffer, unsigned long* length) {
-    return implementation == nullptr ? 0 : implementation->Receive(port, buffer, length);
+    return Forward<&KBaseImplementation::Receive>(implementation, port, buffer, length);
 }
 
 int MarvaneUSB::ReceiveEx(_usbSerialPort port, unsigned char* buffer, unsigned long capacity,
                           unsigned long* length) {
-    return implementation == nullptr ? 0
-                                     : implementation->ReceiveEx(port, buffer, capacity, length);
+    return Forward<&KBaseImplementation::ReceiveEx>(implementation, port, buffer, capacity, length);
 }
 
 int MarvaneUSB::ReceiveByteWithTimestamp(_usbSerialPort port, unsigned char* data,
                                          unsigned char* timestamp, unsigned int* received) {
-    return implementation == nullptr
-               ? 0
-               : implementation->ReceiveByteWithTimestamp(port, data, timestamp, received);
+    return Forward<&KBaseImplementation::ReceiveByteWithTimestamp>(implementation, port, data,
+                                                                   timestamp, received);
 }
 
 int MarvaneUSB::Send9BitData(_usbSerialPort port, unsigned short* words, unsigned int count) {
-    return implementation == nullptr ? 0 : implementation->Send9BitData(port, words, count);
+    return Forward<&KBaseImplementation::Send9BitData>(implementation, port, words, count);
 }
 
 int MarvaneUSB::Receive9BitData(_usbSerialPort port, unsigned short* words, unsigned long* count) {
-    return implementation == nullptr ? 0 : implementation->Receive9BitData(port, words, count);
+    return Forward<&KBaseImplementation::Receive9BitData>(implementation, port, words, count);
 }
 
 int MarvaneUSB::Receive9BitDataEx(_usbSerialPort port, unsigned short* words,
                                   unsigned long capacity, unsigned long* count) {
-    return implementation == nullptr
-               ? 0
-               : implementation->Receive9BitDataEx(port, words, capacity, count);
+    return Forward<&KBaseImplementation::Receive9BitDataEx>(implementation, port, words, capacity,
+                                                            count);
 }
 
 int MarvaneUSB::ReceiveByteWithTimestamp9BitData(_usbSerialPort port, unsigned short* data,
                                                  unsigned char* timestamp, unsigned int* received) {
-    return implementation == nullptr
-               ? 0
-               : implementation->ReceiveByteWithTimestamp9BitData(port, data, timestamp, received);
+    return Forward<&KBaseImplementation::ReceiveByteWithTimestamp9BitData>(
+        implementation, port, data, timestamp, received);
 }
 
 int MarvaneUSB::GetParityErrors(_usbSerialPort port, unsigned short* count) {
-    return implementation == nullptr ? 0 : implementation->GetParityErrors(port, count);
+    return Forward<&KBaseImplementation::GetParityErrors>(implementation, port, count);
 }
 
 int MarvaneUSB::ConfigureCCTalkPort(_usbSerialPort port, CCTalkConfig* config) {
-    return implementation == nullptr ? 0 : implementation->ConfigureCCTalkPort(port, config);
+    return Forward<&KBaseImplementation::ConfigureCCTalkPort>(implementation, port, config);
 }
 
 int MarvaneUSB::ConfigureRS232Poll(_usbSerialPort port, RS232PollConfig* config) {
-    return implementation == nullptr ? 0 : implementation->ConfigureRS232Poll(port, config);
+    return Forward<&KBaseImplementation::ConfigureRS232Poll>(implementation, port, config);
 }
 
 int MarvaneUSB::SetPolledHostTimeout(_usbSerialPort port, unsigned char index, double seconds) {
-    return implementation == nullptr ? 0
-                                     : implementation->SetPolledHostTimeout(port, index, seconds);
+    return Forward<&KBaseImplementation::SetPolledHostTimeout>(implementation, port, index,
+                                                               seconds);
 }
 
 int MarvaneUSB::EmptyPolledBuffer(_usbSerialPort port, unsigned char index) {
-    return implementation == nullptr ? 0 : implementation->EmptyPolledBuffer(port, index);
+    return Forward<&KBaseImplementation::EmptyPolledBuffer>(implementation, port, index);
 }
 
 int MarvaneUSB::ReceivePolledMessage(_usbSerialPort port, unsigned char index,
                                      unsigned char* buffer, unsigned long* length,
                                      unsigned int* status) {
-    return implementation == nullptr
-               ? 0
-               : implementation->ReceivePolledMessage(port, index, buffer, length, status);
+    return Forward<&KBaseImplementation::ReceivePolledMessage>(implementation, port, index, buffer,
+                                                               length, status);
 }
 
 int MarvaneUSB::ReceivePolledMessageEx(_usbSerialPort port, unsigned char index,
                                        unsigned char* buffer, unsigned long capacity,
                                        unsigned long* length, unsigned int* status) {
-    return implementation == nullptr ? 0
-                                     : implementation->ReceivePolledMessageEx(
-                                           port, index, buffer, capacity, length, status);
+    return Forward<&KBaseImplementation::ReceivePolledMessageEx>(implementation, port, index,
+                                                                 buffer, capacity, length, status);
 }
 
 int MarvaneUSB::DeletePolledMessage(_usbSerialPort port, unsigned char index) {
-    return implementation == nullptr ? 0 : implementation->DeletePolledMessage(port, index);
+    return Forward<&KBaseImplementation::DeletePolledMessage>(implementation, port, index);
 }
 
 int MarvaneUSB::SetTimeoutMessage(_usbSerialPort port, unsigned char* message, unsigned char length,
                                   float seconds) {
-    return implementation == nullptr
-               ? 0
-               : implementation->SetTimeoutMessage(port, message, length, seconds);
+    return Forward<&KBaseImplementation::SetTimeoutMessage>(implementation, port, message, length,
+                                                            seconds);
 }
 
 int MarvaneUSB::SetSASMachineAddress(_usbSerialPort port, unsigned char address) {

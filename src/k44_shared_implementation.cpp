@@ -6,6 +6,7 @@
 
 #include <sys/ioctl.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 
@@ -54,7 +55,7 @@ void AppendStoragePlace(Payload& payload, unsigned long address) {
 
 }  // namespace
 
-int k44_shared::PerformUSBIO(int deviceHandle, unsigned char command, int channel,
+int k44_shared::PerformUSBIO(const KBaseImplementation& board, unsigned char command, int channel,
                              unsigned char* in, unsigned long inLen, unsigned char* out,
                              unsigned long* outLen) {
     if (outLen == nullptr || (in == nullptr && inLen > 0)) {
@@ -73,11 +74,14 @@ int k44_shared::PerformUSBIO(int deviceHandle, unsigned char command, int channe
     record.command = command;
 
     // An exchange that a signal interrupted is not repeated: the board may have acted on it.
-    if (ioctl(deviceHandle, kTransferRequest, &record) != 0) {
+    if (ioctl(board.GetDeviceHandle(0), kTransferRequest, &record) != 0) {
         *outLen = 0;
-        return KBaseImplementation::Fail(USB_ERR_TRANSFER_FAILED);
+        return board.FailExchange(Failure::Kind::kDriver, USB_ERR_TRANSFER_FAILED, command, channel,
+                                  errno);
     }
-    if (status != 0) return KBaseImplementation::Fail(static_cast<_usbErrorCode>(status));
+    if (status != 0) {
+        return board.FailExchange(Failure::Kind::kStatus, status, command, channel);
+    }
 
     KBaseImplementation::ClearErrors();
     return 1;

@@ -7,11 +7,13 @@
 
 #include "memory_access.h"
 
+class KBaseImplementation;
+
 namespace k44_shared {
 
 /** The whole of PerformUSBIO on a K44 or K50. */
-int PerformUSBIO(int deviceHandle, unsigned char command, int channel, unsigned char* in,
-                 unsigned long inLen, unsigned char* out, unsigned long* outLen);
+int PerformUSBIO(const KBaseImplementation& board, unsigned char command, int channel,
+                 unsigned char* in, unsigned long inLen, unsigned char* out, unsigned long* outLen);
 
 /** While the program does not run, address 0 is its start, and so a download is a write. */
 MemoryAccess WriteAccess(int boardSpeed, bool programRuns);

@@ -9,7 +9,7 @@
 int K50_Implementation::PerformUSBIO(unsigned char command, int channel, unsigned char* in,
                                      unsigned long inLen, unsigned char* out,
                                      unsigned long* outLen) {
-    return k44_shared::PerformUSBIO(deviceHandle, command, channel, in, inLen, out, outLen);
+    return k44_shared::PerformUSBIO(*this, command, channel, in, inLen, out, outLen);
 }
 
 int K50_Implementation::GetBoardType(unsigned char* type) {

@@ -16,6 +16,7 @@
 
 #include "board_limits.h"
 #include "commands.h"
+#include "failure.h"
 #include "marvaneusb.h"
 #include "memory_access.h"
 #include "payload.h"
@@ -199,6 +200,8 @@ public:
                           unsigned long* count);
     int ReceivePolledMessageEx(_usbSerialPort port, unsigned char index, unsigned char* buffer,
                                unsigned long capacity, unsigned long* length, unsigned int* status);
+    int GetChangedInputsCallbackState(unsigned int* state);
+    int GetChangedInputsCallbackError(int* code);
     [[nodiscard]] int GetDeviceHandle(int /*unused*/) const { return deviceHandle; }
     [[nodiscard]] int GetDeviceNo() const { return deviceNo; }
 
@@ -213,8 +216,29 @@ public:
 
     /** Names the failure and yields the result of the operation that failed. */
     static int Fail(_usbErrorCode code) {
-        SetLastError(code);
+        return Fail({.kind = Failure::Kind::kCode, .code = code});
+    }
+    /** Likewise, with all that is known of it. */
+    static int Fail(const Failure& failure) {
+        error_no = failure.code;
+        LastFailure::Note(failure);
         return 0;
+    }
+    /** That an object which processes share, or its lock, is not to be had. */
+    static int FailWithout(const SharedObject& missing) {
+        return Fail({.kind = Failure::Kind::kNoSharedState,
+                     .code = USB_ERR_NOT_CONFIGURED,
+                     .missing = &missing});
+    }
+    /** For an exchange of this board. */
+    int FailExchange(Failure::Kind kind, int code, unsigned char command, int channel,
+                     int systemError = 0) const {
+        return Fail({.kind = kind,
+                     .command = command,
+                     .code = code,
+                     .channel = channel,
+                     .deviceNo = deviceNo,
+                     .systemError = systemError});
     }
 
 protected:
@@ -283,6 +307,8 @@ protected:
                                 const unsigned char* data, unsigned int length);
     int ConfigureWidest(const K40EEPROM* part);
 
+    enum class CallbackState : unsigned { kNone = 0, kRunning = 1, kFailed = 2 };
+    [[nodiscard]] CallbackState StateOfCallback() const;
     int StartCallbackThread();
     /** The stop handshake; returns once nothing of the library runs on the thread. */
     void StopCallbackThread();
@@ -385,7 +411,8 @@ protected:
     static constexpr int kNothingKept = -1;
     std::atomic<int> keptByte[kSerialPortCount];  // half a word that waits for the other
     std::atomic<int> callbackThreadId = 0;        // the kernel's number of the thread
-    int callbackThreadForks = 0;                  // forks before the thread was started
+    std::atomic<int> callbackThreadForks = 0;     // forks before the thread was started
+    std::atomic<int> callbackThreadError = 0;     // of the exchange that ended it
 
 private:
     // Constant initialisation and a plain integer: nothing runs when a thread begins or ends.

@@ -109,12 +109,35 @@ void* KBaseImplementation::InputsCallbackThread(void* impl) noexcept {
     pthread_setname_np(pthread_self(), kThreadName);
     board->callbackThreadId = gettid();
     board->changedInputs = {};
-    // A callback that forks returns in the child, too, where the thread has no business.
-    while (board->PollChangedInputs() && board->callbackThreadRun == 1 &&
-           board->callbackThreadForks == Forks::Count()) {
-    }
+    bool works = false;
+    do {
+        works = board->PollChangedInputs();
+        // A callback that forks returns in the child, too, where the thread has no business.
+    } while (works && board->callbackThreadRun == 1 &&
+             board->callbackThreadForks == Forks::Count());
+    if (!works) board->callbackThreadError = GetLastError();
     board->callbackThreadStopped = 1;
     return nullptr;
+}
+
+KBaseImplementation::CallbackState KBaseImplementation::StateOfCallback() const {
+    // The thread of a forked child's parent is no thread here.
+    if (callbackThreadRun != 1 || callbackThreadForks != Forks::Count()) {
+        return CallbackState::kNone;
+    }
+    return callbackThreadStopped == 0 ? CallbackState::kRunning : CallbackState::kFailed;
+}
+
+int KBaseImplementation::GetChangedInputsCallbackState(unsigned int* state) {
+    if (state == nullptr) return Fail(USB_ERR_NULL_POINTER);
+    *state = static_cast<unsigned int>(StateOfCallback());
+    return 1;
+}
+
+int KBaseImplementation::GetChangedInputsCallbackError(int* code) {
+    if (code == nullptr) return Fail(USB_ERR_NULL_POINTER);
+    *code = StateOfCallback() == CallbackState::kFailed ? callbackThreadError.load() : 0;
+    return 1;
 }
 
 bool KBaseImplementation::PollChangedInputs() {

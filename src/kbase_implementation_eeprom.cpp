@@ -59,7 +59,7 @@ int KBaseImplementation::ConfigureEEPROM(K40EEPROM* eeprom) {
     EepromEntries entries(SharedcurrentEEPROM);
     if (eeprom == nullptr) return Fail(USB_ERR_NULL_POINTER);
     EEPROM_MAP* entry = entries.Find(GetDeviceNo());
-    if (entry == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
+    if (entry == nullptr) return FailWithout(SharedcurrentEEPROM);
 
     StoreEntry(*entry, *eeprom);
     return Exchange(commands::kConfigureEeprom, Payload()
@@ -72,7 +72,7 @@ int KBaseImplementation::ConfigureEEPROM(K40EEPROM* eeprom) {
 int KBaseImplementation::CheckEepromRange(const EEPROM_MAP* entry, unsigned short address,
                                           const unsigned char* data, unsigned int length) {
     if (address < kReservedBytes) return Fail(USB_ERR_OUT_OF_RANGE);
-    if (entry == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
+    if (entry == nullptr) return FailWithout(SharedcurrentEEPROM);
     // In 64 bits, where the sum cannot wrap.
     if (std::uint64_t{address} + length > entry->eeprom.highestAddress) {
         return Fail(USB_ERR_OUT_OF_RANGE);
@@ -98,7 +98,7 @@ int KBaseImplementation::UncheckedReadEEPROM(unsigned short address, unsigned ch
                                              unsigned int length) {
     const EepromEntries entries(SharedcurrentEEPROM);
     if (data == nullptr) return Fail(USB_ERR_NULL_POINTER);
-    if (entries.Find(GetDeviceNo()) == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
+    if (entries.Find(GetDeviceNo()) == nullptr) return FailWithout(SharedcurrentEEPROM);
     return ReadMemory(kRead, address, data, length);
 }
 

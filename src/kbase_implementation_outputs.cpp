@@ -45,7 +45,16 @@ public:
         SharedUse::End(use_);
     }
 
-    [[nodiscard]] bool Holds() const { return !off_.IsNone(); }
+    [[nodiscard]] usbOutput* On(int deviceNo) const {
+        return off_.IsNone() ? nullptr : SharedOutOnCopy.Find(deviceNo);
+    }
+    [[nodiscard]] usbOutput* Off(int deviceNo) const {
+        return off_.IsNone() ? nullptr : SharedOutOffCopy.Find(deviceNo);
+    }
+    /** Which of the two cannot be had. */
+    [[nodiscard]] const SharedObject& Missing() const {
+        return on_.IsNone() ? SharedOutOnCopy : SharedOutOffCopy;
+    }
 
 private:
     /** Found on two sets, because the first one's has been removed, both are taken anew. */
@@ -81,10 +90,9 @@ int KBaseImplementation::ModifyOutputs(usbOutput* off, usbOutput* on) {
     // in which the locks were granted.
     const BothOutputCopies copies;
     if (on == nullptr || off == nullptr) return Fail(USB_ERR_NULL_POINTER);
-    if (!copies.Holds()) return Fail(USB_ERR_NOT_CONFIGURED);
-    usbOutput* onCopy = SharedOutOnCopy.Find(GetDeviceNo());
-    usbOutput* offCopy = SharedOutOffCopy.Find(GetDeviceNo());
-    if (onCopy == nullptr || offCopy == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
+    usbOutput* onCopy = copies.On(GetDeviceNo());
+    usbOutput* offCopy = copies.Off(GetDeviceNo());
+    if (onCopy == nullptr || offCopy == nullptr) return FailWithout(copies.Missing());
 
     // Each mask is read once: both copies and the board get the same.
     const usbOutput onMask = *on;
@@ -121,7 +129,7 @@ int KBaseImplementation::ReplacePeriodOutputs(OutputHandle& handle, usbOutput& p
                                               Command command) {
     OutputCopies copies(handle);
     usbOutput* copy = copies.Find(GetDeviceNo());
-    if (copy == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
+    if (copy == nullptr) return FailWithout(handle);
 
     *copy = pattern;
     return SetPeriodOutputs(pattern, command.code);
@@ -132,7 +140,7 @@ int KBaseImplementation::ChangePeriodOutputBit(OutputHandle& handle, _usbOutputI
     OutputCopies copies(handle);
     if (!IsPeriodBit(outputByte, bit, value)) return Fail(USB_ERR_OUT_OF_RANGE);
     usbOutput* copy = copies.Find(GetDeviceNo());
-    if (copy == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
+    if (copy == nullptr) return FailWithout(handle);
 
     const auto mask = static_cast<unsigned char>(1U << static_cast<unsigned>(bit));
     unsigned char& byte = copy->bytes[outputByte];

@@ -43,7 +43,7 @@ MutexID SharedObjectLock(int index);
 /** A handle, but for the type of its entries. */
 class SharedObject {
 public:
-    SharedObject(SharedMemoryArenaID& arena, SharedMemoryObjectID objectId, MutexID lock,
+    SharedObject(SharedMemoryArenaID& arena, const char* objectName, MutexID lock,
                  unsigned long bytes);
     SharedObject(const SharedObject&) = delete;
     SharedObject& operator=(const SharedObject&) = delete;
@@ -53,6 +53,8 @@ public:
     [[nodiscard]] OnSet Take() const {
         return mutex == nullptr ? OnSet{} : static_cast<LinuxMutex*>(mutex)->Take();
     }
+    /** Why an operation could not have the object or its lock. */
+    void DescribeAbsence(TextLine& line) const;
     void GiveBack(OnSet takenOn) const { static_cast<LinuxMutex*>(mutex)->GiveBack(takenOn); }
 
     SharedMemoryBlockHeader* object = nullptr;  // in the segment; null: there is none
@@ -63,6 +65,9 @@ private:
     [[nodiscard]] SharedMemoryBlockHeader* Allocate(const SharedMemoryObjectID& objectId,
                                                     unsigned long bytes) const;
     [[nodiscard]] bool IsWithinArena(unsigned long bytes) const;
+
+    const char* name_;
+    Trouble trouble_;  // why there is no object, though there is a segment
 };
 
 template <class Entries>
@@ -73,7 +78,7 @@ template <class Entry, std::size_t kCount>
 class Shared<Entry[kCount]> : public SharedObject {
 public:
     Shared(SharedMemoryArenaID& arena, const char* name, int lockIndex)
-        : SharedObject(arena, SharedMemoryObjectID(name, 0), SharedObjectLock(lockIndex),
+        : SharedObject(arena, name, SharedObjectLock(lockIndex),
                        sizeof(SharedMemoryBlockHeader) + sizeof(Entry[kCount])) {}
 
     /** The entry of a board, for whoever holds the lock; null when there is no such number. */

@@ -93,7 +93,7 @@ int KBaseImplementation::ReceiveTimestamped(_usbSerialPort port, Data* data,
     }
     if (!CheckPort(port)) return 0;
     K40BUFFER* entry = entries.Find(GetDeviceNo());
-    if (entry == nullptr) return Fail(USB_ERR_NOT_CONFIGURED);
+    if (entry == nullptr) return FailWithout(SharedserialRxBuffer);
     if (!FetchTimestamped(port, *entry)) return 0;
 
     TimestampedBytes bytes(*entry);

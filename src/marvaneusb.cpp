@@ -16,6 +16,8 @@
 #include <new>
 #include <string_view>
 
+#include "failure.h"
+#include "forward.h"
 #include "k40_implementation.h"
 #include "k44_implementation.h"
 #include "k50_implementation.h"
@@ -67,11 +69,25 @@ public:
         std::snprintf(path, sizeof path, "/sys/class/Kovar/Kovar_%d/device/%s", deviceNo,
                       attribute);
         const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path, "re"));
+        error_ = file ? 0 : errno;
         if (file) length_ = std::fread(text_, 1, sizeof text_, file.get());
     }
 
+    /** Of opening the file; 0 when it could be read. */
+    [[nodiscard]] int Error() const { return error_; }
+
     [[nodiscard]] bool BeginsWith(std::string_view wanted) const {
         return std::string_view(text_, length_).substr(0, wanted.size()) == wanted;
+    }
+    /** As much of the first line as there is room for; what no terminal should get becomes '?'. */
+    template <std::size_t kRoom>
+    void CopyFirstLine(char (&line)[kRoom]) const {
+        std::size_t length = 0;
+        for (; length < length_ && length < kRoom - 1 && text_[length] != '\n'; ++length) {
+            const bool isPlain = text_[length] >= ' ' && text_[length] <= '~';
+            line[length] = isPlain ? text_[length] : '?';
+        }
+        line[length] = '\0';
     }
 
 private:
@@ -79,6 +95,7 @@ private:
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
 
+    int error_ = 0;
     char text_[kSysfsTextRoom];
     std::size_t length_ = 0;
 };
@@ -100,8 +117,10 @@ int OpenDevice(int deviceNo) {
     if (handle != 0) return handle;
 
     // A process without a standard input gets descriptor 0, which an open board never closes.
-    const int higher = open(path, kFlags);
+    const int higher = fcntl(handle, F_DUPFD_CLOEXEC, 1);
+    const int error = errno;
     close(handle);
+    errno = error;
     return higher;
 }
 
@@ -123,6 +142,79 @@ public:
 private:
     int handle_;
 };
+
+/** Opens one board on an object; why it failed goes into a report. */
+class Opening {
+public:
+    Opening(MarvaneUSB& object, KBaseImplementation*& implementation, int number,
+            OpeningReport& report)
+        : object_(object), implementation_(implementation), number_(number), report_(report) {}
+
+    int Run();
+    int Fail(OpeningFailure failure) {
+        failure.deviceNo = number_;
+        report_.Add(failure);
+        return 0;
+    }
+    /** An operation on the open board has failed. */
+    int FailBeneath(OpeningFailure::Step step) {
+        return Fail({.step = step, .beneath = LastFailure::Get()});
+    }
+
+private:
+    using Step = OpeningFailure::Step;
+
+    int FailAt(Step unreadable, Step unknown, const SysfsText& file);
+    int DetectEeprom();
+
+    MarvaneUSB& object_;
+    KBaseImplementation*& implementation_;
+    int number_;
+    OpeningReport& report_;
+};
+
+int Opening::Run() {
+    const SysfsText productText(number_, "product");
+    const Product* product = FindByText(kProducts, productText);
+    if (product == nullptr) return FailAt(Step::kProduct, Step::kOtherProduct, productText);
+    const SysfsText speedText(number_, "speed");
+    const Speed* speed = FindByText(kSpeeds, speedText);
+    if (speed == nullptr) return FailAt(Step::kSpeed, Step::kOtherSpeed, speedText);
+
+    object_.close();
+    const int handle = OpenDevice(number_);
+    if (handle < 0) return Fail({.step = Step::kNode, .systemError = errno});
+
+    char name[] = "";
+    implementation_ = product->create(&object_, handle, name, speed->code, number_);
+    if (implementation_ == nullptr) {
+        close(handle);
+        return Fail({.step = Step::kMemory});
+    }
+    if (!object_.DownloadHiCode()) return FailBeneath(Step::kFirmware);
+
+    const NodeLock oneAtATime(handle);
+    if (KBaseImplementation::EEPROMConfigured(number_)) return 1;
+    return DetectEeprom() || FailBeneath(Step::kEeprom);
+}
+
+int Opening::FailAt(Step unreadable, Step unknown, const SysfsText& file) {
+    OpeningFailure failure = {.step = file.Error() != 0 ? unreadable : unknown,
+                              .systemError = file.Error()};
+    file.CopyFirstLine(failure.found);
+    return Fail(failure);
+}
+
+int Opening::DetectEeprom() {
+    K40EEPROM fitted;
+    return implementation_->CheckEEPROM(&fitted) && implementation_->ConfigureEEPROM(&fitted);
+}
+
+/** Keeps, for DescribeFailure, why nothing was opened. */
+int Refuse(const OpeningReport& report) {
+    LastFailure::NoteOpening(report);
+    return 0;
+}
 
 int CopyVersion(unsigned char* text) {
     if (text == nullptr) return KBaseImplementation::Fail(USB_ERR_NULL_POINTER);
@@ -159,52 +251,41 @@ int MarvaneUSB::close() {
 int MarvaneUSB::InitPort(int n) {
     if (n < 0 || n >= kDeviceCount) return KBaseImplementation::Fail(USB_ERR_OUT_OF_RANGE);
 
-    const Product* product = FindByText(kProducts, SysfsText(n, "product"));
-    if (product == nullptr) return 0;
-    const Speed* speed = FindByText(kSpeeds, SysfsText(n, "speed"));
-    if (speed == nullptr) return 0;
-
-    close();
-    const int handle = OpenDevice(n);
-    if (handle < 0) return 0;
-
-    char name[] = "";
-    implementation = product->create(this, handle, name, speed->code, n);
-    if (implementation == nullptr) {
-        ::close(handle);
-        return 0;
-    }
-    if (!DownloadHiCode()) return 0;
-
-    const NodeLock oneAtATime(handle);
-    if (KBaseImplementation::EEPROMConfigured(n)) return 1;
-    K40EEPROM fitted;
-    return implementation->CheckEEPROM(&fitted) && implementation->ConfigureEEPROM(&fitted);
+    OpeningReport report;
+    return Opening(*this, implementation, n, report).Run() || Refuse(report);
 }
 
 int MarvaneUSB::init(int /*ignored*/) {
+    OpeningReport report;
     for (int n = 0; n < kDeviceCount; ++n) {
         ClearErrors();
-        if (const int result = InitPort(n); result != 0) return result;
+        if (Opening(*this, implementation, n, report).Run()) return 1;
     }
-    return 0;
+    return Refuse(report);
 }
 
 int MarvaneUSB::InitUSBBoard(unsigned char boardId) {
     if (boardId > kHighestBoardIdentity) return KBaseImplementation::Fail(USB_ERR_OUT_OF_RANGE);
 
+    OpeningReport report;
     for (int n = 0; n < kIdentifiedDeviceCount; ++n) {
-        if (!InitPort(n)) continue;
+        Opening opening(*this, implementation, n, report);
+        if (!opening.Run()) continue;
         usbInput inputs;
-        if (!GetInputs(&inputs)) continue;
-        if ((inputs.bytes[3] & kBoardIdentityMask) == boardId) return 1;
+        if (!GetInputs(&inputs)) {
+            opening.FailBeneath(OpeningFailure::Step::kInputs);
+            continue;
+        }
+        const int identity = inputs.bytes[3] & kBoardIdentityMask;
+        if (identity == boardId) return 1;
+        opening.Fail({.step = OpeningFailure::Step::kOtherIdentity, .identity = identity});
         close();
     }
-    return 0;
+    return Refuse(report);
 }
 
 int MarvaneUSB::DownloadHiCode() {
-    if (implementation == nullptr) return 0;
+    if (implementation == nullptr) return FailWithoutBoard();
 
     Reply status;
     if (!implementation->Exchange(commands::kFirmwareStatus, status)) return 0;
@@ -237,5 +318,23 @@ int MarvaneUSB::GetLastError() {
 }
 
 int MarvaneUSB::ClearErrors() {
+    LastFailure::Forget();
     return KBaseImplementation::ClearErrors();
+}
+
+const char* MarvaneUSB::ErrorText(int code) {
+    if (const char* text = TextOfCode(code); text != nullptr) return text;
+
+    // Several, so that a program may print two in one line.
+    static constinit thread_local char texts[4][32];
+    static constinit thread_local unsigned next = 0;
+    char(&text)[32] = texts[next++ % 4];
+    std::snprintf(text, sizeof text, "status %d of the board", code);
+    return text;
+}
+
+unsigned long MarvaneUSB::DescribeFailure(char* text, unsigned long capacity) {
+    TextLine line(text, text == nullptr ? 0 : capacity);
+    LastFailure::Describe(line);
+    return line.Wanted();
 }

@@ -9,6 +9,8 @@
 
 #include "key_file.h"
 
+class TextLine;
+
 struct Trouble {
     enum class Kind : std::uint16_t {
         kNone,
@@ -28,6 +30,9 @@ struct Trouble {
     static Trouble Of(Kind kind, int error = 0) {
         return {kind, static_cast<std::uint16_t>(error), 0};
     }
+
+    /** For the missing thing of that name and its key file. */
+    void Describe(TextLine& line, const char* what, const KeyPath& keyFile) const;
 
     Kind kind = Kind::kNone;
     std::uint16_t error = 0;  // errno

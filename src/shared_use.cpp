@@ -22,6 +22,11 @@ void SharedUse::Enter(Phase phase) {
     }
 }
 
+SharedUse::Ticket SharedUse::Refuse() {
+    std::this_thread::sleep_for(kLookAgainAfter);
+    return {false, 0};
+}
+
 void SharedUse::Finish() {
     Enter(Phase::kDraining);
     const auto deadline = std::chrono::steady_clock::now() + kLongestWaitForOperations;

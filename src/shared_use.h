@@ -3,8 +3,9 @@
  * @brief Between operations on shared state and the end of the process, or of the library's stay.
  *
  * At exit the handles wait until no operation of this process holds an object, at most a second: a
- * thread may still be running. Operations that begin later are refused and hold up nobody. Where
- * the second does not suffice, the mapping stays and the process ends.
+ * thread may still be running. Operations that begin later are refused and hold up nobody: they do
+ * not count, and pause, for threads that call again at once would keep the processor from those
+ * that are waited for. Where the second does not suffice, the mapping stays and the process ends.
  */
 #ifndef SHARED_USE_H
 #define SHARED_USE_H
@@ -24,7 +25,7 @@ public:
     static Ticket Begin() {
         State now = state.load(std::memory_order_relaxed);
         do {
-            if (now.phase != Phase::kOpen) return {false, now.forks};
+            if (now.phase != Phase::kOpen) return Refuse();
         } while (!state.compare_exchange_weak(now, now.With(+1)));
         return {true, now.forks};
     }
@@ -58,6 +59,7 @@ private:
         [[nodiscard]] State In(Phase other) const { return {operations, forks, other}; }
     };
     static void Enter(Phase phase);
+    static Ticket Refuse();
 
     static std::atomic<State> state;
     static_assert(std::atomic<State>::is_always_lock_free);

@@ -35,9 +35,12 @@ TEST_F(CallbackTest, AForkedChildWaitsForNoThread) {
     Open(Model::kK44);
     ChangeAllTheTime(500us);
     ASSERT_EQ(Start(First), 1);
+    EXPECT_EQ(State(), 1U);
+    EXPECT_EQ(Error(), 0);
     for (int round = 0; round < 100; ++round) {
         const int result = RunInChild([&] {
             calls.onSleep = [](useconds_t) { _exit(3); };
+            EXPECT_EQ(State(), 0U);
             switch (round % 3) {
                 case 0:
                     EXPECT_EQ(Stop(), 1);

@@ -69,9 +69,13 @@ TEST_F(CallbackTest, APassReportsWatchedChangesToTheSelectedLevelAndSleepsOnlyWi
         ASSERT_TRUE(Wait([&] { return calls.ended > endedBefore; }));
         EXPECT_EQ(events.Get(), passes.events);
         EXPECT_EQ(board.GetLastError(), 0) << "the thread's failure is its own";
+        EXPECT_EQ(State(), 2U);
+        EXPECT_EQ(Error(), passes.answers.size() > 1 && passes.answers.back().error != 0 ? 6 : 9);
         // A stop after a failed exchange returns at once, and only once.
         calls.onSleep = [](useconds_t duration) { EXPECT_LT(duration, 20000U); };
         EXPECT_EQ(Stop(), 1);
+        EXPECT_EQ(State(), 0U);
+        EXPECT_EQ(Error(), 0);
         EXPECT_EQ(Stop(), 0);
         EXPECT_EQ(board.GetLastError(), 30);
     }

@@ -5,6 +5,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -98,6 +101,128 @@ TEST_F(DiscoveryTest, FailedOpeningClosesThePreviousBoardOnlyOnceSysfsHasAgreed)
     }
 }
 
+std::string Description() {
+    char text[2000];
+    const unsigned long length = MarvaneUSB::DescribeFailure(text, sizeof text);
+    EXPECT_EQ(length, std::strlen(text));
+    return text;
+}
+
+TEST_F(DiscoveryTest, EachFailedOpeningSaysWhyAndWhatMendsIt) {
+    const std::string sysfs = "/sys/class/Kovar/Kovar_2/device/";
+    const std::string node = "/dev/Kovar_2";
+    struct Case {
+        const char* what;
+        std::function<void()> spoil;
+        std::string described;
+    };
+    const Case cases[] = {
+        // clang-format off
+        {"another product", [&] { driver.SetFile(2, "product", "Mouse\x1b\nX"); },
+         sysfs + "product says 'Mouse?', no board of this library"},
+        {"another speed",   [&] { driver.SetFile(2, "speed", "5000\n"); },
+         sysfs + "speed says '5000', neither 12 nor 480"},
+        {"no node",         [&] { driver.SetNode(2, false); },
+         "cannot open " + node + ": no such file or directory; the driver knows the board: does "
+         "this process see the machine's own /dev?"},
+        {"node refused",    [&] { driver.RefuseNode(2, EACCES); },
+         "cannot open " + node + ": permission denied"},
+        {"unplugged",       [&] { driver.AnswerNext({.error = ENODEV}); },
+         node + " is open, but its program could not be downloaded: USB_ERR_TRANSFER_FAILED: "
+         "command 74 on channel 6 of " + node + ": no such device; the board was unplugged: close "
+         "it, and open it once it is back"},
+        {"refuses",         [&] { driver.AnswerNext({.status = 77}); },
+         node + " is open, but its program could not be downloaded: status 77 of the board: "
+         "command 74 on channel 6 of " + node + " was refused"},
+        // clang-format on
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        for (const bool any : {false, true}) {
+            driver.Reset();
+            driver.AddBoard(2, Model::kK44);
+            c.spoil();
+            EXPECT_EQ(any ? board.init(0) : board.InitPort(2), 0);
+            EXPECT_EQ(Description(), c.described);
+        }
+    }
+    driver.Reset();
+    EXPECT_EQ(board.init(0), 0);
+    EXPECT_EQ(Description(), "no /sys/class/Kovar: is the driver loaded?");
+    driver.AddBoard(0, Model::kK44);
+    driver.SetNode(0, false);
+    AddBoardWithIdentity(2, 5);
+    EXPECT_EQ(board.InitUSBBoard(1), 0);
+    EXPECT_EQ(Description(),
+              "cannot open /dev/Kovar_0: no such file or directory; the driver knows the board: "
+              "does this process see the machine's own /dev?; the board of /dev/Kovar_2 has "
+              "identity 5");
+}
+
+TEST_F(DiscoveryTest, TheLastFailedCallIsDescribedWhateverSucceedsAfterIt) {
+    EXPECT_EQ(Description(), "no call of this thread has failed");
+    EXPECT_EQ(board.GetInputs(static_cast<usbInput*>(nullptr)), 0);
+    EXPECT_EQ(Description(), "no board is open on this object");
+    Open(Model::kK40);
+    board.InitPort(16);
+    EXPECT_EQ(Identity(board), 0);
+    EXPECT_EQ(Description(), MarvaneUSB::ErrorText(8));
+    board.BeginPulsedInputCheck(USB_INPUT_3);
+    EXPECT_EQ(Description(),
+              "USB_ERR_NOT_CONFIGURED: the input, reel or port has not been configured since the "
+              "board was opened");
+    struct Case {
+        DriverAnswer answer;
+        const char* described;
+    };
+    for (const Case& c : {
+             Case{{.status = -16},
+                  "status -16 of the board: command 75 on channel 1 of "
+                  "/dev/Kovar_0 was refused"},
+             Case{{.claimedLength = 1},
+                  "USB_ERR_DATA_TOO_LONG: command 75 on channel 1 of "
+                  "/dev/Kovar_0: the board's reply is of impossible length"},
+             Case{{.echo = 9},
+                  "USB_ERR_TRANSFER_FAILED: command 75 on channel 1 of "
+                  "/dev/Kovar_0: the board answered another command"},
+         }) {
+        driver.AnswerNext(c.answer);
+        EXPECT_EQ(Identity(board), -1);
+        EXPECT_EQ(Description(), c.described);
+    }
+    char part[8] = "1234567";
+    EXPECT_GT(MarvaneUSB::DescribeFailure(part, 4), 80U);
+    EXPECT_EQ(Bytes(part, part + 6), Bytes({'U', 'S', 'B', 0, '5', '6'}));
+    EXPECT_GT(MarvaneUSB::DescribeFailure(nullptr, 99), 80U);
+}
+
+TEST(ErrorText, NamesEachCodeAndTellsAnyOtherNumberForAStatus) {
+    const struct {
+        int code;
+        const char* start;
+    } cases[] = {
+        {0, "USB_ERR_NONE: "},
+        {2, "USB_ERR_BAD_LENGTH: "},
+        {3, "USB_ERR_BAD_CHANNEL: "},
+        {6, "USB_ERR_TRANSFER_FAILED: "},
+        {7, "USB_ERR_DATA_TOO_LONG: "},
+        {8, "USB_ERR_OUT_OF_RANGE: "},
+        {10, "USB_ERR_BAD_BAUD_RATE: "},
+        {11, "USB_ERR_BAD_PORT_TYPE: "},
+        {16, "USB_ERR_BAD_REEL: "},
+        {25, "USB_ERR_NOT_SUPPORTED_K40: "},
+        {26, "USB_ERR_NOT_SUPPORTED_K44: "},
+        {30, "USB_ERR_NULL_POINTER: "},
+        {37, "USB_ERR_THREAD_START: "},
+        {38, "USB_ERR_NOT_CONFIGURED: input, reel or port not configured, or no shared state"},
+        {77, "status 77 of the board"},
+        {-16, "status -16 of the board"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(std::string(MarvaneUSB::ErrorText(c.code)).rfind(c.start, 0), 0U) << c.code;
+    EXPECT_NE(MarvaneUSB::ErrorText(77), MarvaneUSB::ErrorText(78)) << "two in one line";
+}
+
 TEST_F(DiscoveryTest, OpeningAnotherBoardClosesTheFirst) {
     Open(Model::kK40);
     driver.AddBoard(15, Model::kK50);
@@ -114,6 +239,8 @@ TEST_F(DiscoveryTest, WithoutAStandardInputABoardLeavesDescriptor0Free) {
     close(0);
     EXPECT_EQ(board.InitPort(0), 1);
     EXPECT_EQ(fcntl(0, F_GETFD), -1) << "used for the board, or left open";
+    EXPECT_EQ(driver.OpenedDevices(), std::vector<int>({0, 0})) << "opened twice";
+    EXPECT_EQ(driver.OpenDescriptors(), 1);
     EXPECT_EQ(Identity(board), 0);
     board.close();
     EXPECT_EQ(driver.OpenDescriptors(), 0);
@@ -233,6 +360,8 @@ TEST_F(DiscoveryTest, VersionsAndSpeedNeedNoBoardButAPointer) {
     Expect({{CALL(GetProductVersion(nullptr)), 0, 30, {}},
             {CALL(GetDllVersion(nullptr)), 0, 30, {}},
             {CALL(GetBoardSpeed(nullptr)), 0, 30, {}},
+            {CALL(GetChangedInputsCallbackState(nullptr)), 0, 30, {}},
+            {CALL(GetChangedInputsCallbackError(nullptr)), 0, 30, {}},
             {CALL(GetFittedBoard(nullptr)), 0, 30, {}}});
 }
 

@@ -310,6 +310,8 @@ TEST_F(OperationsTest, WithNoBoardOpenAllFailAndOnlySasSaysWhy) {
     }
     Expect({
         {CALL(GetFittedBoard(nullptr)), 0, 0, {}},
+        {CALL(GetChangedInputsCallbackState(nullptr)), 0, 0, {}},
+        {CALL(GetChangedInputsCallbackError(nullptr)), 0, 0, {}},
         {CALL(PerformUSBIO(75, 9, nullptr, 1, nullptr, nullptr)), 0, 0, {}},
         {CALL(DownloadHiCode()), 0, 0, {}},
         {CALL(SetOutputBit(kOutput, 9)), 0, 0, {}},

@@ -30,6 +30,7 @@ public:
     /** Exit status (102: an expectation failed in it), 128 + signal, or -1 after kPatience. */
     int Wait();
     void Signal(int number) const;
+    [[nodiscard]] pid_t Process() const { return process; }
     /** The process is inside this system call (SYS_...), which it waits in. */
     [[nodiscard]] bool WaitsIn(long call) const;
 

@@ -177,7 +177,8 @@ void Meet(const Phase& phase, int stopAfter) {
         return 0;
     });
     EXPECT_TRUE(Await([&] {
-        return shared->served || second.WaitsIn(SYS_clock_nanosleep) || second.WaitsIn(SYS_semtimedop);
+        return shared->served || second.WaitsIn(SYS_clock_nanosleep) ||
+               second.WaitsIn(SYS_semtimedop);
     }));
     usleep(300);  // unless it waits for nobody
     shared->goOn = true;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -172,6 +173,92 @@ TEST_F(ForksTest, ChildrenOfAJoiningThreadHoldNoKeyFileLock) {
         for (const auto& orphan : *orphans)
             kill(orphan, SIGKILL);
         EXPECT_TRUE(Await([] { return Attachments() == 0; }));
+        Sweep();
+    }
+}
+
+pid_t forkedInHandler = -1;
+
+TEST_F(ForksTest, ChildForkedAtAnyCallOfAnOperationTakesNothingFromItsParent) {
+    // By a signal handler that returns in both processes: the child goes on with the operation
+    // that its parent was in.
+    struct sigaction action = {};
+    action.sa_handler = [](int) { forkedInHandler = fork(); };
+    sigaction(SIGUSR1, &action, nullptr);
+    for (const bool joins : {false, true}) {
+        for (int last = 1;; ++last) {
+            SCOPED_TRACE(std::string(joins ? "joining, " : "") + "call " + std::to_string(last));
+            const InSharedMemory<std::atomic<int>> made;
+            const auto whole = [&](LoadedLibrary& library) {
+                if (joins) RemoveSet();
+                system_calls::Watch([&](const std::string&, long, int number) {
+                    *made = number;
+                    if (number == last) raise(SIGUSR1);
+                });
+                const int served = library.SetOutputBit(5, 1);
+                system_calls::Watch(nullptr);
+                if (forkedInHandler == 0) {
+                    alarm(20);
+                    const auto start = std::chrono::steady_clock::now();
+                    library.SetOutputBit(6, 1);
+                    library.Unload();
+                    const auto took = std::chrono::steady_clock::now() - start;
+                    _exit(took < std::chrono::milliseconds(900) ? 0 : 3);
+                }
+                int status = 0;
+                if (forkedInHandler > 0) waitpid(forkedInHandler, &status, 0);
+                EXPECT_EQ(status, 0) << "in the child";
+                EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1));
+                return served - 1;
+            };
+            EXPECT_EQ(StatusOfLoaded(whole), 0);
+            ExpectNothingIsLeft();
+            if (*made < last || HasFailure()) break;
+        }
+    }
+}
+
+TEST_F(ForksTest, HandlerThatForksDoesNotWaitForItsOwnThreadsKeyFile) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        const pid_t child = fork();
+        if (child == 0) _exit(0);
+        waitpid(child, nullptr, 0);
+    };
+    const auto load = [&] {
+        sigaction(SIGUSR1, &action, nullptr);
+        alarm(20);
+        int opened = 0;
+        InProcessDriver::Instance().onOtherOpen = [&](const std::string& path) {
+            opened += path == kSetKeyFile || path == kSegmentKeyFile ? 1 : 0;
+            raise(SIGUSR1);
+        };
+        LoadedLibrary library;
+        library.Unload();
+        return opened >= 8 ? 0 : 1;
+    };
+    EXPECT_EQ(StatusOf(load), 0);
+    ExpectNothingIsLeft();
+}
+
+TEST_F(ForksTest, ProgramExecutedInMidOperationFindsItsLocksFree) {
+    for (const int command : {77, 83, 3}) {
+        const auto whole = [&](LoadedLibrary& library) {
+            InProcessDriver::Instance().AnswerWith([&](const Exchange&) -> DriverAnswer {
+                execl(MARVANE_LINKED_PROCESS, MARVANE_LINKED_PROCESS, "no", "yes", "3", nullptr);
+                return {.error = errno};
+            });
+            // Any thread may be in an operation when another one executes a program.
+            std::thread([&] {
+                if (command == 77) library.SetOutputBit(1, 1);
+                if (command == 83) library.SetOnPeriodBit(1, 1);
+                if (command == 3) library.ConfigureEeprom();
+            }).join();
+            return 1;
+        };
+        EXPECT_EQ(StatusOfLoaded(whole), 0);
+        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1)) << "the former program's, for ever";
+        EXPECT_EQ(FindSegment(), -1);
         Sweep();
     }
 }

@@ -5,16 +5,20 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "children.h"
 #include "loaded_library.h"
 #include "outside_view.h"
+#include "system_calls.h"
 
 namespace {
 
@@ -72,6 +76,79 @@ TEST_F(KeyFilesTest, WithoutReadingThemWhatIsFinishedIsUsedAndNothingElse) {
     EXPECT_EQ(UseAsAnotherUser(), kAll);
     EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1)) << "it registered and unregistered";
     owner.Leave();
+}
+
+TEST_F(KeyFilesTest, LastUserWithoutTheRightToRemoveLeavesNothingInTheObjects) {
+    if (!MayBecomeAnotherUser()) GTEST_SKIP() << "needs the right to become another user";
+    MakeFiles(0666, 0);
+    const auto serve = [](LoadedLibrary& library) {
+        EXPECT_EQ(library.SetOutputBit(3, 1) + library.ConfigureEeprom(), 2);
+        return BecomeAnotherUser();
+    };
+    EXPECT_EQ(StatusOfLoaded(serve), 0);
+    EXPECT_EQ(Attachments(), 0U);
+    EXPECT_EQ(FirstDifference(SegmentView().All(), SegmentInUse(1)), "") << "its entries stay";
+    EXPECT_EQ(StatusOf([] { return UseEverything(); }), kAll);
+    EXPECT_EQ(FindSegment(), -1) << "the owner removes what it was left";
+    Sweep();
+
+    // Not the last one: what the others have stays as it is.
+    LoadedProcess other;
+    EXPECT_EQ(StatusOfLoaded(serve), 0);
+    EXPECT_EQ(OnCopy(0), ByteString({8, 0, 0, 0, 0}));
+    other.Leave();
+}
+
+TEST_F(KeyFilesTest, WithoutTheirLockARemovedSegmentIsNotUsed) {
+    if (!MayBecomeAnotherUser()) GTEST_SKIP() << "needs the right to become another user";
+    MakeFiles(0600, 0);
+    for (const char* lastCall : {"shmget", "shmat"}) {
+        LoadedProcess owner;
+        const InSharedMemory<Barrier> barrier;
+        Child loading([&] {
+            if (BecomeAnotherUser() != 0) return 120;
+            system_calls::Watch([&, done = false](const std::string& name, long, int) mutable {
+                if (name != lastCall || std::exchange(done, true)) return;
+                barrier->Arrive();
+                barrier->Arrive();
+            });
+            return UseEverything(false);
+        });
+        barrier->Arrive();
+        shmctl(FindSegment(), IPC_RMID, nullptr);
+        barrier->Arrive();
+        EXPECT_EQ(loading.Wait(), 0) << "served without a segment";
+        owner.Leave();
+    }
+}
+
+TEST_F(KeyFilesTest, WhoeverHoldsOneIsWaitedForTenSecondsAndNamed) {
+    const InSharedMemory<std::atomic<bool>> holds;
+    Child holder([&] {
+        const int file = open(kSetKeyFile, O_CREAT | O_RDWR | O_CLOEXEC, 0666);
+        *holds = flock(file, LOCK_SH) == 0;
+        return pause();
+    });
+    EXPECT_TRUE(Await([&] { return holds->load(); }));
+    const auto load = [&] {
+        AddAcceptingBoard();
+        LoadedLibrary library;
+        library.InitPort(0);
+        EXPECT_EQ(library.SetOutputBit(3, 1), 0);
+        EXPECT_EQ(library.GetLastError(), 38);
+        const std::string who = "process " + std::to_string(holder.Process());
+        EXPECT_NE(library.DescribeFailure().find("no semaphore set: " + who + " (processes_test"),
+                  std::string::npos)
+            << library.DescribeFailure();
+        holder.Signal(SIGKILL);
+        EXPECT_TRUE(Await([&] { return library.SetOutputBit(3, 1) == 1; }));
+        return 0;
+    };
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(StatusOf(load), 0);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::seconds(10));
+    EXPECT_LT(took, std::chrono::seconds(15));
 }
 
 TEST_F(KeyFilesTest, OtherThingsInTheirPlaceDoNoHarm) {

@@ -30,6 +30,13 @@ void* LoadedLibrary::Find(const char* name) const {
     return function;
 }
 
+std::string LoadedLibrary::DescribeFailure() const {
+    char text[1000];
+    reinterpret_cast<unsigned long (*)(char*, unsigned long)>(Find("15DescribeFailureEPcm"))(
+        text, sizeof text);
+    return text;
+}
+
 LoadedProcess::LoadedProcess()
     : child([this] {
           LoadedLibrary library;

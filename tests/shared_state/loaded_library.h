@@ -27,6 +27,13 @@ public:
     int SetOutputBit(unsigned output, unsigned value) {
         return Call("12SetOutputBitE15_usbOutputBitIdj", output, value);
     }
+    /** SetOutputBit for threads that call without pause: looked up once. */
+    std::function<int(unsigned, unsigned)> FindSetOutputBit() {
+        auto* call = reinterpret_cast<int (*)(void*, unsigned, unsigned)>(
+            Find("12SetOutputBitE15_usbOutputBitIdj"));
+        return
+            [this, call](unsigned output, unsigned value) { return call(&board, output, value); };
+    }
     int SetOnPeriodBit(unsigned output, unsigned value) {
         return Call("20SetOnPeriodOutputBitE12_usbOutputIdij", output / 8, output % 8, value);
     }
@@ -39,6 +46,7 @@ public:
         return Call("15ConfigureEEPROMEP9K40EEPROM", &part);
     }
     int GetLastError() { return Call("12GetLastErrorEv"); }
+    std::string DescribeFailure() const;
 
 private:
     void* Find(const char* name) const;

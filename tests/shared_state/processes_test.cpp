@@ -98,4 +98,22 @@ TEST_F(ProcessesTest, ExitDoesNotWaitLongForABoardThatDoesNotAnswer) {
     Sweep();
 }
 
+TEST_F(ProcessesTest, ExitDoesNotWaitForThreadsThatKeepCalling) {
+    const auto start = std::chrono::steady_clock::now();
+    const auto keepCalling = [](LoadedLibrary& library) {
+        for (int thread = 0; thread < 32; ++thread) {
+            std::thread([call = library.FindSetOutputBit()] {
+                for (;;)
+                    call(1, 1);
+            }).detach();
+        }
+        usleep(20'000);
+        std::exit(0);
+        return 1;
+    };
+    EXPECT_EQ(StatusOfLoaded(keepCalling), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
+    ExpectNothingIsLeft();
+}
+
 }  // namespace

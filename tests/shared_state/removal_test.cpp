@@ -96,6 +96,26 @@ TEST_F(RemovalTest, BothLocksOfAnOperationAreHeldOnTheSameSet) {
     EXPECT_EQ(StatusOfLoaded(whole), 0);
 }
 
+TEST_F(RemovalTest, SetThatVanishesAtAnyCallOfJoiningIsJoinedAnew) {
+    const auto whole = [](LoadedLibrary& library) {
+        for (int last = 1;; ++last) {
+            RemoveSet();
+            int made = 0;
+            system_calls::Watch([&](const std::string&, long, int number) {
+                made = number;
+                const int set = static_cast<int>(syscall(SYS_semget, ftok(kSetKeyFile, 1), 0, 0));
+                if (number == last) syscall(SYS_semctl, set, 0, IPC_RMID, 0);
+            });
+            const int served = library.SetOutputBit(3, 1);
+            system_calls::Watch(nullptr);
+            EXPECT_EQ(served, 1) << "removed after call " << last;
+            if (made < last || served != 1) return last < 20 ? 1 : 0;
+        }
+    };
+    EXPECT_EQ(StatusOfLoaded(whole), 0);
+    Sweep();
+}
+
 TEST_F(RemovalTest, UserThatNeverNoticesLeavesTheNewSetAlone) {
     LoadedProcess idle;
     RemoveSet();

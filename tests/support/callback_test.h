@@ -128,6 +128,16 @@ protected:
         mask = selection = All(0xAA);  // ours again at once
         return result;
     }
+    unsigned State() {
+        unsigned state = 99;
+        EXPECT_EQ(board.GetChangedInputsCallbackState(&state), 1);
+        return state;
+    }
+    int Error() {
+        int code = 99;
+        EXPECT_EQ(board.GetChangedInputsCallbackError(&code), 1);
+        return code;
+    }
     int Stop() { return board.ConfigureChangedInputsCallback(nullptr, nullptr, nullptr); }
 
     /** Every report says that every input has changed, and every input is at 1. */

@@ -62,6 +62,7 @@ void InProcessDriver::Reset() {
     const std::lock_guard lock(guard);
     boards.clear();
     nodes.clear();
+    nodeErrors.clear();
     files.clear();
     queued.clear();
     answerer = nullptr;
@@ -98,6 +99,11 @@ void InProcessDriver::SetFile(int deviceNo, const std::string& attribute,
 void InProcessDriver::SetNode(int deviceNo, bool present) {
     const std::lock_guard lock(guard);
     nodes[deviceNo] = present;
+}
+
+void InProcessDriver::RefuseNode(int deviceNo, int error) {
+    const std::lock_guard lock(guard);
+    nodeErrors[deviceNo] = error;
 }
 
 void InProcessDriver::AnswerNext(DriverAnswer answer) {
@@ -153,6 +159,7 @@ std::optional<int> InProcessDriver::Open(const std::string& path, int flags) {
     if (std::sscanf(path.c_str(), "/dev/Kovar_%d", &deviceNo) != 1 || !nodes[deviceNo]) {
         return Fail(ENOENT);
     }
+    if (nodeErrors[deviceNo] != 0) return Fail(nodeErrors[deviceNo]);
     // One file per board, opened anew each time, so that flock works as on a node.
     int& node = nodeFiles[deviceNo];
     if (node == 0) node = memfd_create("Kovar", MFD_CLOEXEC);
@@ -196,6 +203,13 @@ std::optional<int> InProcessDriver::Ioctl(int descriptor, unsigned long request,
     if (request == kK40Request) return TransferK40(deviceNo, *static_cast<K40Record*>(record));
     if (request == kK44Request) return TransferK44(deviceNo, *static_cast<K44Record*>(record));
     return Fail(ENOTTY);
+}
+
+void InProcessDriver::Duplicated(int descriptor, int copy) {
+    const std::lock_guard lock(guard);
+    if (const auto known = descriptors.find(descriptor); known != descriptors.end()) {
+        descriptors[copy] = known->second;
+    }
 }
 
 void InProcessDriver::Close(int descriptor) {
@@ -264,7 +278,11 @@ int open(const char* path, int flags, ...) {
     const int mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, int) : 0;
     va_end(rest);
     static auto* next = Next<int(const char*, int, ...)>("open");
-    return next(path, flags, mode);
+    const int descriptor = next(path, flags, mode);
+    const int error = errno;
+    if (const auto& told = InProcessDriver::Instance().onOtherOpen) told(path);
+    errno = error;
+    return descriptor;
 }
 
 // On 64-bit Linux the two are one function.
@@ -304,6 +322,18 @@ int ioctl(int descriptor, unsigned long request, ...) {
     }
     static auto* next = Next<int(int, unsigned long, ...)>("ioctl");
     return next(descriptor, request, argument);
+}
+
+int fcntl(int descriptor, int command, ...) {
+    std::va_list rest;
+    va_start(rest, command);
+    void* argument = va_arg(rest, void*);
+    va_end(rest);
+    static auto* next = Next<int(int, int, ...)>("fcntl");
+    const int result = next(descriptor, command, argument);
+    const bool copies = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
+    if (copies && result >= 0) InProcessDriver::Instance().Duplicated(descriptor, result);
+    return result;
 }
 
 int close(int descriptor) {

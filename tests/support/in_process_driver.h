@@ -2,10 +2,10 @@
  * @file in_process_driver.h
  * @brief Stands where the kernel driver would, inside the test program.
  *
- * Linked into a program, it takes the program's calls of open, fopen, ioctl and close: those that
- * concern /dev/Kovar_<n> and /sys/class/Kovar reach the boards that a test has added, and never a
- * real one; all others reach the system. It records every exchange and answers with the board
- * model, or with what a test tells it to.
+ * Linked into a program, it takes the program's calls of open, fopen, ioctl, fcntl and close: those
+ * that concern /dev/Kovar_<n> and /sys/class/Kovar reach the boards that a test has added, and
+ * never a real one; all others reach the system. It records every exchange and answers with the
+ * board model, or with what a test tells it to.
  */
 #ifndef IN_PROCESS_DRIVER_H
 #define IN_PROCESS_DRIVER_H
@@ -63,6 +63,8 @@ public:
     void SetFile(int deviceNo, const std::string& attribute, std::optional<std::string> content);
     /** The node exists or not, whatever sysfs says. */
     void SetNode(int deviceNo, bool present);
+    /** Opening the node of a board that is there fails; 0: it succeeds again. */
+    void RefuseNode(int deviceNo, int error);
 
     /** The next exchange is answered like this; several queue up. */
     void AnswerNext(DriverAnswer answer);
@@ -78,11 +80,15 @@ public:
     [[nodiscard]] std::vector<int> OpenedDevices() const;
     [[nodiscard]] int OpenDescriptors() const;
 
+    /** Called after each open of another file; only changed while no thread works. */
+    std::function<void(const std::string& path)> onOtherOpen;
+
     // What the interposed calls do
 
     std::optional<int> Open(const std::string& path, int flags);
     std::optional<std::FILE*> OpenFile(const std::string& path);
     std::optional<int> Ioctl(int descriptor, unsigned long request, void* record);
+    void Duplicated(int descriptor, int copy);
     void Close(int descriptor);
 
 private:
@@ -95,6 +101,7 @@ private:
     mutable std::mutex guard;
     std::map<int, std::unique_ptr<simulator::Board>> boards;
     std::map<int, bool> nodes;
+    std::map<int, int> nodeErrors;
     std::map<std::string, std::string> files;
     std::map<int, int> nodeFiles;    // device number -> descriptor of the file behind its node
     std::map<int, int> descriptors;  // descriptor -> device number
