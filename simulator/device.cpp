@@ -21,6 +21,10 @@ Outcome Device::Exchange(std::uint8_t command, std::uint32_t channel, Payload pa
     return outcome;
 }
 
+void Device::NoteRefusal(std::uint8_t command, std::uint32_t channel, Payload payload, int error) {
+    Note({channel, command, {payload.begin(), payload.end()}, error, {}});
+}
+
 Outcome Device::Perform(std::uint8_t command, std::uint32_t channel, Payload payload) {
     Outcome outcome{.answer = {}, .echo = command};
     const Fault fault = TakeFault();

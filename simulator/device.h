@@ -52,6 +52,9 @@ public:
 
     Outcome Exchange(std::uint8_t command, std::uint32_t channel, Payload payload);
 
+    /// Of a record that the driver refuses, with an error number; the board hears nothing of it.
+    void NoteRefusal(std::uint8_t command, std::uint32_t channel, Payload payload, int error);
+
     void Unplug();
     void Plug();
     bool IsPlugged() const { return plugged; }

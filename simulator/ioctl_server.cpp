@@ -63,7 +63,10 @@ void IoctlServer::ServeWaiting() {
 void IoctlServer::Serve(GOwned<UMockdevIoctlClient> client) {
     Transfer transfer;
     const int error = ReadTransfer(model, client.get(), transfer);
-    if (error != 0) return Complete(client.get(), error);
+    if (error != 0) {
+        NoteRefusal(client.get(), transfer, error);
+        return Complete(client.get(), error);
+    }
 
     Outcome outcome = Exchange(client.get(), transfer);
     if (outcome.delay.count() == 0) return Answer(client.get(), transfer, outcome);
@@ -84,6 +87,12 @@ gboolean IoctlServer::OnAnswerDue(gpointer lateAnswer) {
     server.Answer(late->client.get(), late->transfer, late->outcome);
     server.ServeWaiting();
     return G_SOURCE_REMOVE;
+}
+
+void IoctlServer::NoteRefusal(UMockdevIoctlClient* client, const Transfer& transfer, int error) {
+    if (!transfer.record || !IsReachable(client)) return;
+    const std::lock_guard lock(mutex);
+    device.NoteRefusal(transfer.command, transfer.channel, transfer.payload, error);
 }
 
 Outcome IoctlServer::Exchange(UMockdevIoctlClient* client, const Transfer& transfer) {

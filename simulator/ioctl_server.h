@@ -33,6 +33,7 @@ private:
 
     void Serve(GOwned<UMockdevIoctlClient> client);
     void ServeWaiting();
+    void NoteRefusal(UMockdevIoctlClient* client, const Transfer& transfer, int error);
     Outcome Exchange(UMockdevIoctlClient* client, const Transfer& transfer);
     // Not once the board is gone that was there when the client opened the node.
     bool IsReachable(UMockdevIoctlClient* client);

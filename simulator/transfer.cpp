@@ -13,6 +13,7 @@ namespace {
 constexpr unsigned long kK40Request = 0xC2108100;
 constexpr unsigned long kK44Request = 0x8400;  // K50 too
 constexpr std::uint32_t kChannelCount = 7;
+constexpr std::uint32_t kK40ReplyRoom = 64;
 
 struct K40Record {
     std::uint32_t writeChannel;
@@ -61,14 +62,14 @@ int ReadK40(UMockdevIoctlData* argument, Transfer& transfer) {
     if (!transfer.record) return EFAULT;
 
     const auto record = Copy<K40Record>(transfer.record.get());
-    if (record.writeChannel < 1 || record.writeChannel > kChannelCount) return EINVAL;
-    if (record.readChannel != record.writeChannel) return EINVAL;
-    if (record.writeLength < 1 || record.writeLength > sizeof record.data) return EINVAL;
-
     transfer.command = record.data[0];
     transfer.channel = record.writeChannel;
+    if (record.writeLength < 1 || record.writeLength > sizeof record.data) return EINVAL;
     transfer.payload.assign(record.data + 1, record.data + record.writeLength);
-    return 0;
+
+    if (record.writeChannel < 1 || record.writeChannel > kChannelCount) return EINVAL;
+    if (record.readChannel != record.writeChannel) return EINVAL;
+    return record.readLength == kK40ReplyRoom ? 0 : EINVAL;
 }
 
 int ReadK44(UMockdevIoctlData* argument, Transfer& transfer) {
@@ -76,9 +77,9 @@ int ReadK44(UMockdevIoctlData* argument, Transfer& transfer) {
     if (!transfer.record) return EFAULT;
 
     const auto record = Copy<K44Record>(transfer.record.get());
-    if (record.channelIndex >= kChannelCount) return EINVAL;
+    transfer.command = record.command;
+    transfer.channel = record.channelIndex + 1;
     if (record.requestLength > kPayloadLimit) return EINVAL;
-    if (record.status == 0 || record.replyLength == 0) return EFAULT;
     if (record.requestLength > 0) {
         if (record.request == 0) return EFAULT;
         const auto payload = Follow(transfer.record.get(), offsetof(K44Record, request),
@@ -86,20 +87,17 @@ int ReadK44(UMockdevIoctlData* argument, Transfer& transfer) {
         if (!payload) return EFAULT;
         transfer.payload.assign(payload->data, payload->data + record.requestLength);
     }
-    transfer.command = record.command;
-    transfer.channel = record.channelIndex + 1;
-    return 0;
+    if (record.channelIndex >= kChannelCount) return EINVAL;
+    return record.status == 0 || record.replyLength == 0 ? EFAULT : 0;
 }
 
-// The reply ends where the record's room for it does.
 int WriteK40(const Transfer& transfer, const Outcome& outcome) {
     std::vector<std::uint8_t> reply = {outcome.echo,
                                        static_cast<std::uint8_t>(outcome.answer.status)};
     reply.insert(reply.end(), outcome.answer.reply.begin(), outcome.answer.reply.end());
 
     auto record = Copy<K40Record>(transfer.record.get());
-    const std::size_t room = std::min<std::size_t>(record.readLength, sizeof record.data);
-    const std::size_t length = std::min(room, reply.size());
+    const std::size_t length = std::min<std::size_t>(record.readLength, reply.size());
     std::copy_n(reply.begin(), length, record.data);
     record.readLength = static_cast<std::uint32_t>(length);
     Store(transfer.record.get(), &record, offsetof(K40Record, data) + length);

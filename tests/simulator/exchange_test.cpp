@@ -39,23 +39,30 @@ TEST(ExchangeTest, BoardsAreFoundWhereARealDriverHasThem) {
 TEST(ExchangeTest, RecordsAreAnsweredAsByTheDriverOrRefused) {
     Check({
         {"K44", {"--board", "k44"},
-         "$SIM ctl 0 input 5 on; $CLIENT k44 0 75/1 117/6/03000d0000010203 116/6/03000d0000 9/1 "
-         "116/6/03000d0000/one-buffer 72/6//no-reply; $CLIENT k44 0 116/6/fc00010000 | wc -c",
+         "$SIM ctl 0 input 5 on; $CLIENT k44 0 75/1 117/6/03000c0000010203 116/6/03000c0000 9/1 "
+         "116/6/03000c0000/one-buffer 72/6//no-reply; $CLIENT k44 0 116/6/fc00010000 | wc -c",
          "0 2000000000\n0 -\n0 010203\n100 -\n0 010203\n0 -\n507\n"},
         {"K40", {"--board", "k40"},
-         "$SIM ctl 0 input 5 on; $CLIENT k40 0 75/1 71/6/033412010203 70/6/033412 9/1 "
-         "75/1//room-3 75/1//room-0 75/1//room-huge; $CLIENT k40 0 70/6/3e0000 | wc -c",
-         "7 4b002000000000\n2 4700\n5 4600010203\n2 0964\n"
-         "3 4b0020\n0 -\n7 4b002000000000\n132\n"},
-        {"what no driver takes, K44", {"--board", "k44"},
+         "$SIM ctl 0 input 5 on; $CLIENT k40 0 75/1 71/6/033412010203 70/6/033412 9/1; "
+         "$CLIENT k40 0 70/6/3a0000 | wc -c",
+         "7 4b002000000000\n2 4700\n5 4600010203\n2 0964\n124\n"},
+        {"what no driver takes is logged, K44", {"--board", "k44"},
          "$CLIENT k44 0 75/0 75/8 75/4294967295 75/1//no-status 75/1//no-length 75/1//no-reply "
-         "114/1/01/no-request 75/1//huge-request request/0x8401 request/0xC2108100 75/1",
+         "114/1/01/no-request 75/1//huge-request request/0x8401 request/0xC2108100 75/1; "
+         "$SIM ctl 0 log",
          "EINVAL\nEINVAL\nEINVAL\nEFAULT\nEFAULT\nEFAULT\n"
-         "EFAULT\nEINVAL\nENOTTY\nENOTTY\n0 0000000000\n"},
-        {"what no driver takes, K40", {"--board", "k40"},
+         "EFAULT\nEINVAL\nENOTTY\nENOTTY\n0 0000000000\n"
+         "0 75 - EINVAL -\n8 75 - EINVAL -\n4294967295 75 - EINVAL -\n1 75 - EFAULT -\n"
+         "1 75 - EFAULT -\n1 75 - 0 0000000000\n1 114 - EFAULT -\n1 75 - EINVAL -\n"
+         "1 75 - 0 0000000000\n"},
+        {"what no driver takes is logged, K40", {"--board", "k40"},
          "$CLIENT k40 0 75/0 75/8 75/1//other-channel 75/1//write-nothing 75/1//write-too-long "
-         "75/1//write-longest request/0x8400 75/1",
-         "EINVAL\nEINVAL\nEINVAL\nEINVAL\nEINVAL\n2 4b66\nENOTTY\n7 4b000000000000\n"},
+         "75/1//room-63 114/1/01/room-65 request/0x8400 75/1 75/1//write-longest; "
+         "$SIM ctl 0 log | head -n 8",
+         "EINVAL\nEINVAL\nEINVAL\nEINVAL\nEINVAL\nEINVAL\nEINVAL\nENOTTY\n"
+         "7 4b000000000000\n2 4b66\n"
+         "0 75 - EINVAL -\n8 75 - EINVAL -\n1 75 - EINVAL -\n1 75 - EINVAL -\n"
+         "1 75 - EINVAL -\n1 75 - EINVAL -\n1 114 01 EINVAL -\n1 75 - 0 0000000000\n"},
         {"spoilt, K44", {"--board", "k44"},
          "$SIM ctl 0 input 0 on; $SIM ctl 0 fail 1 ioctl; $SIM ctl 0 fail 1 ioctl ETIMEDOUT; "
          "$SIM ctl 0 fail 1 status -2000000000; $SIM ctl 0 fail 1 short 2; "

@@ -69,9 +69,8 @@ Result ExchangeK40(const Exchange& exchange) {
     if (exchange.twist == "write-nothing") Put<std::uint32_t>(record, 8, 0);
     if (exchange.twist == "write-longest") Put<std::uint32_t>(record, 8, 512);
     if (exchange.twist == "write-too-long") Put<std::uint32_t>(record, 8, 513);
-    if (exchange.twist == "room-3") Put<std::uint32_t>(record, 12, 3);
-    if (exchange.twist == "room-0") Put<std::uint32_t>(record, 12, 0);
-    if (exchange.twist == "room-huge") Put<std::uint32_t>(record, 12, 0xFFFFFFFF);
+    if (exchange.twist == "room-63") Put<std::uint32_t>(record, 12, 63);
+    if (exchange.twist == "room-65") Put<std::uint32_t>(record, 12, 65);
 
     Result result;
     if (ioctl(descriptor, 0xC2108100, record.data()) != 0) {

@@ -240,7 +240,11 @@ DriverAnswer InProcessDriver::Answer(int deviceNo, const Exchange& exchange) {
 }
 
 int InProcessDriver::TransferK40(int deviceNo, K40Record& record) {
+    constexpr std::uint32_t kReplyRoom = 64;
     if (record.writeLength < 1 || record.writeLength > sizeof record.data) return Fail(EINVAL);
+    if (record.readChannel != record.writeChannel || record.readLength != kReplyRoom) {
+        return Fail(EINVAL);
+    }
     unsigned char* data = record.data;
     const DriverAnswer answer = Answer(deviceNo, {data[0], static_cast<int>(record.writeChannel),
                                                   Bytes(data + 1, data + record.writeLength)});
