@@ -28,7 +28,7 @@ Answer BeginRelease(Board& board, Payload payload) {
 // Of what was begun last on the input, a release or a check.
 Answer ReportHopper(Board& board, Payload payload) {
     const std::uint8_t input = payload[0];
-    if (input >= kInputCount) return Refuse(status::kOutOfRange);
+    if (input >= kCountedInputCount) return Refuse(status::kOutOfRange);
     const InputStatus status =
         board.pulsedInputs.Status(input).value_or(board.releases.Status(input));
     return {status::kAccepted, {status.begin(), status.end()}};
@@ -83,8 +83,7 @@ constexpr std::uint32_t kPic = 5;
 constexpr std::uint32_t kMemory = 6;
 constexpr std::uint32_t kSpi = 7;
 
-constexpr std::size_t kAnyLength = 511;  // as much as the shorter of the two transfers takes
-constexpr std::size_t kUnbounded = std::numeric_limits<std::size_t>::max();
+constexpr std::size_t kAnyLength = std::numeric_limits<std::size_t>::max();
 
 struct Command {
     std::uint32_t channel;
@@ -140,8 +139,8 @@ constexpr Command kCommands[] = {
     {kDigitalIo,125, kNotK40,    9, 9,          Call<&Board::recording, &BoardRecording::Configure>},
     {kDigitalIo,126, kNotK40,    2, 2,          Call<&Board::recording, &BoardRecording::Start>},
     {kDigitalIo,127, kNotK40,    0, 0,          Call<&Board::recording, &BoardRecording::Report>},
-    {kDigitalIo,128, kNotK40,    0, kUnbounded, EchoDiagnosticRequest},
-    {kDigitalIo,129, kNotK40,    0, kUnbounded, AcceptDiagnosticData},
+    {kDigitalIo,128, kNotK40,    0, kAnyLength, EchoDiagnosticRequest},
+    {kDigitalIo,129, kNotK40,    0, kAnyLength, AcceptDiagnosticData},
 
     {kServices,   3, kAllModels, 5, 5,          Call<&Board::eeprom, &BoardEeprom::Configure>},
     {kServices,   4, kAllModels, 3, kAnyLength, Call<&Board::eeprom, &BoardEeprom::Write>},
@@ -222,8 +221,7 @@ bool IsKnownOnAnyChannel(Model model, std::uint8_t code) {
 }
 
 BoardSerialPort PortOf(const BoardOptions& options, std::size_t port) {
-    return BoardSerialPort(TransferLimit(options.model, options.speedMbit),
-                           options.serialLines[port]);
+    return {port, options.model, options.speedMbit, options.serialLines[port]};
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ namespace status {
 constexpr std::int32_t kAccepted = 0;
 constexpr std::int32_t kUnknownCommand = 100;    // no such command on this model
 constexpr std::int32_t kWrongChannel = 101;      // the model has it on another channel
-constexpr std::int32_t kMalformedPayload = 102;  // length or a fixed byte is not what it must be
+constexpr std::int32_t kMalformedPayload = 102;  // a length or a fixed byte is not what it must be
 constexpr std::int32_t kOutOfRange = 103;        // a number in the payload is beyond the board's
 constexpr std::int32_t kTooLong = 104;           // does not fit one transfer at the bus speed
 constexpr std::int32_t kNoDownload = 105;        // download ended that was never begun
@@ -46,10 +46,14 @@ constexpr std::size_t ReplyLimit(Model model) {
     return model == Model::kK40 ? 62 : 256;
 }
 
+/// The longest payload in which a command carries data, on all models.
+constexpr std::size_t ChunkLimit(int speedMbit) {
+    return speedMbit == 12 ? 60 : 252;
+}
+
 /// The most data bytes that one transfer carries in a reply.
 constexpr std::size_t TransferLimit(Model model, int speedMbit) {
-    if (model == Model::kK40) return ReplyLimit(model);
-    return speedMbit == 12 ? 60 : 252;
+    return model == Model::kK40 ? ReplyLimit(model) : ChunkLimit(speedMbit);
 }
 
 }  // namespace simulator

@@ -11,7 +11,9 @@ namespace {
 
 constexpr std::size_t kLongestWrite = 57;
 constexpr std::size_t kLongestRead = 58;
-constexpr std::size_t kHeader = 3;  // length, address low, address high
+constexpr std::size_t kHeader = 3;         // length, address low, address high
+constexpr std::size_t kFirstWritten = 8;   // the addresses below are only read
+constexpr std::size_t kWriteEnd = 0xFFFF;  // behind the last byte that is written
 
 std::size_t AddressIn(Payload payload) {
     return LowFirst(payload.subspan(1, 2));
@@ -45,11 +47,13 @@ Answer BoardEeprom::Write(Payload payload) {
     Payload data = payload.subspan(kHeader);
     if (data.size() != payload[0]) return Refuse(status::kMalformedPayload);
     if (data.size() > kLongestWrite) return Refuse(status::kTooLong);
-    if (data.empty()) return Refuse(status::kOutOfRange);
+    std::size_t address = AddressIn(payload);
+    if (data.empty() || address < kFirstWritten || address + data.size() > kWriteEnd) {
+        return Refuse(status::kOutOfRange);
+    }
     const std::int32_t access = StatusOfAccess();
     if (access != status::kAccepted) return Refuse(access);
 
-    std::size_t address = AddressIn(payload);
     while (!data.empty()) {
         const std::size_t toPageEnd = setting->pageSize - address % setting->pageSize;
         const std::size_t count = std::min(data.size(), toPageEnd);

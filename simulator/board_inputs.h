@@ -9,6 +9,7 @@
 namespace simulator {
 
 constexpr unsigned kInputCount = 33;
+constexpr unsigned kCountedInputCount = 24;   // that checks, counters and recordings know
 constexpr unsigned kFirstIdentityInput = 24;  // three inputs hold the board's identity switch
 constexpr unsigned kIdentityCount = 8;
 constexpr unsigned kMultiplexedInputCount = 96;  // four groups of 24

@@ -9,6 +9,7 @@ namespace simulator {
 namespace {
 
 constexpr std::size_t kFlatSize = 65536;
+constexpr std::size_t kLongestFlatRead = 58;
 
 // Storage lies in pages 1 to 12 and from 16 up, the program in pages 13 to 15; a K50 has about
 // twice the storage. There is nothing in page 0.
@@ -17,9 +18,9 @@ constexpr unsigned kLastPageK44 = 32;
 constexpr unsigned kLastPageK50 = 64;
 constexpr unsigned kProgramPages = 3;
 
-constexpr std::size_t kFullSpeedPacket = 64;
-constexpr std::size_t kHighSpeedPacket = 256;
-constexpr std::size_t kCommandOverhead = 3;  // of a packet, beside the code and its payload
+// The last bytes are no storage: a K40 has one of them, a K44 or K50 two.
+constexpr std::size_t kFlatStorage = kFlatSize - 1;
+constexpr std::size_t kLastPageStorage = kPageSize - 2;
 
 constexpr std::size_t kFlatHeader = 3;
 constexpr std::size_t kPagedHeader = 5;
@@ -45,8 +46,8 @@ struct BoardMemory::Range {
 
 BoardMemory::BoardMemory(Model boardModel, int speedMbit)
     : model(boardModel),
-      packetSize(speedMbit == 12 ? kFullSpeedPacket : kHighSpeedPacket),
-      replyLimit(TransferLimit(model, speedMbit)),
+      writeLimit(ChunkLimit(speedMbit)),
+      readLimit(model == Model::kK40 ? kLongestFlatRead : ChunkLimit(speedMbit)),
       bytes(model == Model::kK40 ? kFlatSize : kPageSize * PageCount(model)) {}
 
 std::optional<std::size_t> BoardMemory::PlaceOf(unsigned page, std::size_t offset,
@@ -77,19 +78,29 @@ bool BoardMemory::Restore(Payload contents) {
     return true;
 }
 
+// Of a range within one page.
+bool BoardMemory::IsStorage(const Range& range) const {
+    const std::size_t end = range.offset + range.length;
+    if (model == Model::kK40) return end <= kFlatStorage;
+    const bool isProgram = range.page >= kProgramPage && range.page < kProgramPage + kProgramPages;
+    return !isProgram && (range.page < PageCount(model) || end <= kLastPageStorage);
+}
+
 Answer BoardMemory::Read(const Range& range) const {
-    if (range.length > replyLimit) return Refuse(status::kTooLong);
+    if (range.length > readLimit) return Refuse(status::kTooLong);
     const auto place = PlaceOf(range.page, range.offset, range.length);
-    if (range.length == 0 || !place) return Refuse(status::kOutOfRange);
+    if (range.length == 0 || !place || !IsStorage(range)) return Refuse(status::kOutOfRange);
 
     const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(*place);
     return {status::kAccepted, {begin, begin + static_cast<std::ptrdiff_t>(range.length)}};
 }
 
+// A download, and a program that believes that it must download, write to any page of a K44 or K50.
 Answer BoardMemory::Write(const Range& range, Payload data) {
     if (data.size() != range.length) return Refuse(status::kMalformedPayload);
     const auto place = PlaceOf(range.page, range.offset, range.length);
     if (range.length == 0 || !place) return Refuse(status::kOutOfRange);
+    if (model == Model::kK40 && !IsStorage(range)) return Refuse(status::kOutOfRange);
 
     std::copy(data.begin(), data.end(), bytes.begin() + static_cast<std::ptrdiff_t>(*place));
     return {};
@@ -100,7 +111,7 @@ Answer BoardMemory::ReadFlat(Payload payload) {
 }
 
 Answer BoardMemory::WriteFlat(Payload payload) {
-    if (payload.size() + 1 + kCommandOverhead > packetSize) return Refuse(status::kTooLong);
+    if (payload.size() > writeLimit) return Refuse(status::kTooLong);
     return Write(Range::Flat(payload), payload.subspan(kFlatHeader));
 }
 
@@ -111,7 +122,7 @@ Answer BoardMemory::ReadPaged(Payload payload) {
 
 Answer BoardMemory::WritePaged(Payload payload) {
     if (payload[1] != 0) return Refuse(status::kMalformedPayload);
-    if (payload.size() + 1 + kCommandOverhead > packetSize) return Refuse(status::kTooLong);
+    if (payload.size() > writeLimit) return Refuse(status::kTooLong);
     return Write(Range::Paged(payload), payload.subspan(kPagedHeader));
 }
 

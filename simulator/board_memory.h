@@ -43,12 +43,13 @@ public:
 private:
     struct Range;
     std::optional<std::size_t> PlaceOf(unsigned page, std::size_t offset, std::size_t length) const;
+    bool IsStorage(const Range& range) const;
     Answer Read(const Range& range) const;
     Answer Write(const Range& range, Payload data);
 
     Model model;
-    std::size_t packetSize;  // bytes of a command that one transfer carries
-    std::size_t replyLimit;
+    std::size_t writeLimit;  // bytes of the payload
+    std::size_t readLimit;   // bytes of data
     std::vector<std::uint8_t> bytes;
     bool programRunning = false;
     bool downloadBegun = false;

@@ -25,6 +25,13 @@ constexpr std::uint8_t kCctalkVariant = 1;
 constexpr std::size_t kPollHeader = 13;
 constexpr std::size_t kTimeoutHeader = 2;
 
+// The byte at the offset counts those beside the extra ones; of a message that ends before it, the
+// record does not hold that byte.
+bool TellsItsLength(Payload message, std::size_t lengthOffset, std::size_t lengthExtra) {
+    if (message.size() < lengthExtra) return false;
+    return message.size() <= lengthOffset || message[lengthOffset] + lengthExtra == message.size();
+}
+
 SerialWords WordsOf(Payload bytes) {
     return {bytes.begin(), bytes.end()};
 }
@@ -113,13 +120,17 @@ Answer BoardPolls::SetTimeoutMessage(Payload payload) {
 
 Answer BoardPolls::Configure(Payload payload) {
     const std::uint8_t index = payload[0], mode = payload[1], option = payload[2];
+    const std::size_t lengthOffset = payload[4], lengthExtra = payload[5];
     const std::size_t firstSize = payload[11], secondSize = payload[12];
     PollSlot* slot = SlotOf(index);
     if (slot == nullptr || mode > kModeLimit || option > kOptionLimit ||
-        std::max(firstSize, secondSize) > kPollMessageLimit) {
+        lengthOffset >= kPollMessageLimit || std::max(firstSize, secondSize) > kPollMessageLimit) {
         return Refuse(status::kOutOfRange);
     }
-    if (payload.size() != kPollHeader + firstSize + secondSize) {
+    const Payload messages = payload.subspan(kPollHeader);
+    if (messages.size() != firstSize + secondSize ||
+        !TellsItsLength(messages.first(firstSize), lengthOffset, lengthExtra) ||
+        !TellsItsLength(messages.last(secondSize), lengthOffset, lengthExtra)) {
         return Refuse(status::kMalformedPayload);
     }
 

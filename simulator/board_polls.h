@@ -9,7 +9,7 @@
 //   period of 0 is one of 10 ms.
 // - A reply has reply[LengthOffset] + LengthExtra bytes. With variant 1 its bytes sum to 0 modulo
 //   256, or it is dropped and counted. Param is the reply time-out in units of 10 ms, 0 for one
-//   period. `Word` and `Byte` change nothing.
+//   period. `Word` and `Byte` change nothing. The two messages tell their length in the same way.
 // - While a slot waits for its reply nothing else is sent; slots that are due take turns.
 // - Option 0 keeps every reply, 1 those that differ from the one before, 2 the latest only; 3 and 4
 //   are as 0.

@@ -60,7 +60,7 @@ Answer BoardPulsedInputs::Configure(Payload payload, const BoardInputs& inputs) 
 
 template <class Act>
 Answer BoardPulsedInputs::OnConfigured(std::uint8_t input, Act act) {
-    if (input >= kInputCount) return Refuse(status::kOutOfRange);
+    if (input >= kCountedInputCount) return Refuse(status::kOutOfRange);
     if (!pulsedInputs[input].settings) return Refuse(status::kNotConfigured);
     return act(pulsedInputs[input]);
 }

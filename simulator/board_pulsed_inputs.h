@@ -86,6 +86,7 @@ private:
         bool pulseSeen = false;
         bool hasStatus = false;
     };
+    // Inputs from 24 on are configured and never checked.
     template <class Act>
     Answer OnConfigured(std::uint8_t input, Act act);
 

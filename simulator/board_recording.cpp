@@ -11,12 +11,11 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr std::size_t kAreaLimit = 475134;  // of a K44's application memory, and of all recordings
-constexpr std::uint8_t kLastInput = 23;
 constexpr unsigned kShortestPeriodMs = 10;
 constexpr unsigned kLongestPeriodMs = 15000;
 
 bool IsSlot(std::uint8_t slot) {
-    return slot <= kLastInput || slot == kEmptySlot;
+    return slot < kCountedInputCount || slot == kEmptySlot;
 }
 
 // Nothing when there is no such place.

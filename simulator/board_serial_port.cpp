@@ -1,6 +1,7 @@
 // Moves words between the application, the board and what hangs on the line.
 #include "board_serial_port.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace simulator {
@@ -8,8 +9,23 @@ namespace {
 
 constexpr std::uint8_t kHighestType = 3;
 constexpr std::uint8_t kNineBitType = 1;
-constexpr std::uint8_t kHighestParityCode = 3;
+constexpr std::uint8_t kHighestParityCode = 2;
+constexpr std::uint8_t kParityCodeOfType0 = 3;
+constexpr std::uint8_t kHighestFlagBits2And3 = 3;
 constexpr SerialWord kNineBits = 0x1FF;
+
+// The timer values for which the two ports have rates, from the slowest on.
+using Rate = std::array<std::uint8_t, 2>;
+constexpr Rate kRatesOfPort0[] = {{0x98, 0}, {0x64, 1}, {0xB2, 1}, {0xD9, 1},
+                                  {0xEC, 1}, {0xF6, 1}, {0xFA, 1}};
+constexpr Rate kRatesOfPort1[] = {{0xBB, 0xCA}, {0x78, 0xEC}, {0x3C, 0xF6}, {0x1F, 0xFB},
+                                  {0x8F, 0xFD}, {0xC8, 0xFE}, {0x64, 0xFF}, {0x98, 0xFF},
+                                  {0xB2, 0xFF}, {0xD8, 0xFF}, {0xE6, 0xFF}, {0xE8, 0xFF}};
+constexpr std::span<const Rate> kRates[kSerialPortCount] = {kRatesOfPort0, kRatesOfPort1};
+
+bool IsParity(std::uint8_t code, std::uint8_t type) {
+    return code <= kHighestParityCode || (code == kParityCodeOfType0 && type == 0);
+}
 
 // Of a timestamped reply: its length must fit the byte in which the library keeps it.
 constexpr std::size_t kRecordLimit = 255;
@@ -19,17 +35,23 @@ constexpr int kMostRounds = 8;
 
 }  // namespace
 
-BoardSerialPort::BoardSerialPort(std::size_t limitOfReplies, SerialLine serialLine)
-    : polls(limitOfReplies),
-      replyLimit(limitOfReplies),
+BoardSerialPort::BoardSerialPort(std::size_t portNumber, Model model, int speedMbit,
+                                 SerialLine serialLine)
+    : polls(TransferLimit(model, speedMbit)),
+      number(portNumber),
+      sendLimit(ChunkLimit(speedMbit)),
+      replyLimit(TransferLimit(model, speedMbit)),
       line(serialLine),
       device(DeviceFor(serialLine)) {}
 
 Answer BoardSerialPort::Configure(Payload payload) {
-    if (payload[0] > kHighestType || payload[1] > kHighestParityCode) {
+    const std::uint8_t type = payload[0];
+    if (type > kHighestType || !IsParity(payload[1], type) || payload[2] > kHighestFlagBits2And3 ||
+        payload[3] > 1 ||
+        std::ranges::find(kRates[number], Rate{payload[4], payload[5]}) == kRates[number].end()) {
         return Refuse(status::kOutOfRange);
     }
-    setting = {payload[0], payload[1], payload[2], payload[3], {payload[4], payload[5]}};
+    setting = {type, payload[1], payload[2], payload[3], {payload[4], payload[5]}};
     parityErrors = 0;
     return {};
 }
@@ -39,6 +61,7 @@ bool BoardSerialPort::HasNineBits() const {
 }
 
 Answer BoardSerialPort::Send(Payload payload) {
+    if (payload.size() > sendLimit) return Refuse(status::kTooLong);
     if (payload.size() % WordSize() != 0) return Refuse(status::kMalformedPayload);
     PutOnLine(WordsIn(payload));
     return {};

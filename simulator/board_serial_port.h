@@ -33,7 +33,7 @@ struct SerialSetting {
 
 class BoardSerialPort {
 public:
-    BoardSerialPort(std::size_t limitOfReplies, SerialLine serialLine);
+    BoardSerialPort(std::size_t portNumber, Model model, int speedMbit, SerialLine serialLine);
 
     Answer Configure(Payload payload);
     // The others are for a port that is configured.
@@ -91,7 +91,8 @@ private:
     SerialWords WordsIn(Payload bytes) const;
     void AppendWord(std::vector<std::uint8_t>& bytes, SerialWord word) const;
 
-    std::size_t replyLimit;
+    std::size_t number;
+    std::size_t sendLimit, replyLimit;
     bool powered = true;
     Moment now;
 

@@ -38,7 +38,6 @@ TEST_F(SerialTest, EachPortHasRatesOfItsOwn) {
         // clang-format on
     };
     Open(Model::kK44);
-    AcceptEverything();
     for (const Case& c : cases) {
         for (const _usbSerialPort port : kPorts) {
             const Bytes& rate = port == kPort0 ? c.port0 : c.port1;
@@ -65,7 +64,6 @@ TEST_F(SerialTest, TypeParityAndFlagsHaveTheirPlaces) {
     };
     for (const Case& c : cases) {
         Open(Model::kK50);
-        AcceptEverything();
         EXPECT_EQ(SetLine(0, 9600, c.flags, c.parity, c.type), 1);
         Bytes payload = c.start;
         payload.insert(payload.end(), {0xD9, 0x01});

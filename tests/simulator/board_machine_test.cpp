@@ -253,12 +253,12 @@ TEST_P(MachineTest, HopperGivesUpAfterASecondWithoutACoin) {
 
 TEST_P(MachineTest, HopperOrOutputThatPaysIsBusyUntilItHasPaid) {
     Talk({
-        {0, 1, 112, Pulsed({32, 20, 1, 4, 0, 1, 0, 2})},
-        {0, 1, 112, Pulsed({32, 20, 1, 5, 0, 1, 0, 2}), {}, kBusy},
-        {0, 1, 112, Pulsed({31, 20, 1, 4, 0, 1, 0, 2}), {}, kBusy},
-        {0, 1, 112, Pulsed({31, 20, 1, 5, 0, 1, 0, 2})},
-        {120, 1, 112, Pulsed({31, 20, 1, 4, 0, 1, 0, 2})},
-        {0, 1, 113, {32}, {2, 1}},
+        {0, 1, 112, Pulsed({23, 20, 1, 4, 0, 1, 0, 2})},
+        {0, 1, 112, Pulsed({23, 20, 1, 5, 0, 1, 0, 2}), {}, kBusy},
+        {0, 1, 112, Pulsed({32, 20, 1, 4, 0, 1, 0, 2}), {}, kBusy},
+        {0, 1, 112, Pulsed({32, 20, 1, 5, 0, 1, 0, 2})},
+        {120, 1, 112, Pulsed({32, 20, 1, 4, 0, 1, 0, 2})},
+        {0, 1, 113, {23}, {2, 1}},
     });
 }
 

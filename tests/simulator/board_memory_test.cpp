@@ -18,8 +18,8 @@ TEST_F(BoardTest, MemoryKeepsWhatWasWrittenWhereItWasWritten) {
     Use({.model = Model::kK44});
     Talk({{0, 6, 117, {2, 0, 12, 0xFE, 0x3F, 5, 6}}, {0, 6, 117, {1, 0, 16, 0, 0, 8}}});
     board.PowerUp();
-    Talk({{0, 6, 116, {3, 0, 12, 0xFD, 0x3F}, {0, 5, 6}}, {0, 6, 116, {2, 0, 13, 0, 0}, {0, 0}}});
-    Talk({{0, 6, 116, {2, 0, 16, 0, 0}, {8, 0}}});
+    Talk({{0, 6, 116, {3, 0, 12, 0xFD, 0x3F}, {0, 5, 6}}, {0, 6, 116, {2, 0, 16, 0, 0}, {8, 0}}});
+    EXPECT_EQ(board.memory.Bytes(13, 0, 1)[0], 0);
 }
 
 const Bytes kAs24Lc16 = {16, 1, 0x07, 0xFF, 0x50}, kAs24Lc256 = {64, 2, 0x7F, 0xFF, 0x51};
@@ -40,9 +40,9 @@ TEST_F(BoardEepromTest, APartConfiguredRightlyTakesWritesAcrossPagesAndWrapsArou
     const Case cases[] = {
         {"24LC01", 128, {8, 1, 0, 0x7F, 0x50}},
         {"24LC16", 2048, kAs24Lc16},
-        {"24LC512", 65536, {128, 2, 0xFF, 0xFF, 0x51}},
+        {"24LC256", 32768, kAs24Lc256},
     };
-    Bytes data(58), write = {57, 5, 0};
+    Bytes data(58), write = {57, 12, 0};
     std::iota(data.begin(), data.end(), std::uint8_t{100});
     data.back() = 255;  // is not written
     write.insert(write.end(), data.begin(), data.end() - 1);
@@ -51,8 +51,8 @@ TEST_F(BoardEepromTest, APartConfiguredRightlyTakesWritesAcrossPagesAndWrapsArou
         UseBlank(c.part);
         const auto low = static_cast<std::uint8_t>(c.size - 1);
         const auto high = static_cast<std::uint8_t>((c.size - 1) / 256);
-        Talk({{0, 2, 3, c.setting}, {0, 2, 4, write}, {0, 2, 5, {58, 5, 0}, data}});
-        Talk({{0, 2, 5, {1, 4, 0}, {255}}, {0, 2, 4, {2, low, high, 1, 2}}});
+        Talk({{0, 2, 3, c.setting}, {0, 2, 4, write}, {0, 2, 5, {58, 12, 0}, data}});
+        Talk({{0, 2, 5, {1, 11, 0}, {255}}, {0, 2, 4, {2, low, high, 1, 2}}});
         board.PowerUp();
         Talk({{0, 2, 5, {3, low, high}, {1, 2, 255}}, {0, 2, 5, {1, 0, 0}, {2}}});
     }
@@ -65,14 +65,14 @@ TEST_F(BoardEepromTest, AWrongPageSizeShows) {
         Bytes write, pageThen;  // of a part with pages of 8
     };
     const Case cases[] = {
-        {16, {10, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {9, 10, 3, 4, 5, 6, 7, 8}},
-        {8, {10, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {1, 2, 3, 4, 5, 6, 7, 8}},
-        {4, {6, 0, 0, 1, 2, 3, 4, 5, 6}, {1, 2, 3, 4, 5, 6, 255, 255}},
+        {16, {10, 16, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {9, 10, 3, 4, 5, 6, 7, 8}},
+        {8, {10, 16, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {1, 2, 3, 4, 5, 6, 7, 8}},
+        {4, {6, 16, 0, 1, 2, 3, 4, 5, 6}, {1, 2, 3, 4, 5, 6, 255, 255}},
     };
     for (const Case& c : cases) {
         UseBlank("24LC02");
         Talk({{0, 2, 3, {c.told, 1, 0, 255, 0x50}}, {0, 2, 4, c.write}});
-        Talk({{0, 2, 5, {8, 0, 0}, c.pageThen}});
+        Talk({{0, 2, 5, {8, 16, 0}, c.pageThen}});
     }
 }
 
@@ -95,8 +95,8 @@ TEST_F(BoardEepromTest, WrongAddressingGetsNoAnswer) {
         UseBlank(c.part);
         if (!c.setting.empty()) Talk({{0, 2, 3, c.setting}});
         EXPECT_EQ(Send(2, 5, {1, 0, 0}).status, c.status);
-        Talk({{0, 2, 4, {1, 0, 0, 1}, {}, c.status}});
-        EXPECT_EQ(board.eeprom.Chip().Contents()[0], c.status == 0 ? 1 : 255);
+        Talk({{0, 2, 4, {1, 8, 0, 1}, {}, c.status}});
+        EXPECT_EQ(board.eeprom.Chip().Contents()[8], c.status == 0 ? 1 : 255);
     }
 }
 
@@ -204,7 +204,7 @@ TEST(BoardContentsTest, TheFormStaysTheSameAndAnyDamageIsNoticed) {
 
 TEST_F(BoardTest, AnotherBoardGoesOnWithTheContentsOfItsKindOnly) {
     Use({.model = Model::kK50, .eeprom = EepromPart::k24LC64});
-    Talk({{0, 6, 117, {1, 0, 64, 255, 63, 77}}, {0, 2, 3, {32, 2, 0x1F, 0xFF, 0x51}}});
+    Talk({{0, 6, 117, {1, 0, 64, 253, 63, 77}}, {0, 2, 3, {32, 2, 0x1F, 0xFF, 0x51}}});
     Talk({{0, 2, 4, {1, 255, 31, 78}}, {0, 5, 20, {100, 0, 0, 0}}, {0, 5, 65, Bytes(8, 3)}});
     board.clock.FailBattery();
     board.clock.SetSwitch(4, true);
@@ -229,7 +229,7 @@ TEST_F(BoardTest, AnotherBoardGoesOnWithTheContentsOfItsKindOnly) {
         EXPECT_EQ(board.Contents(), before) << n;
     }
     EXPECT_TRUE(board.Restore(*contents));
-    Talk({{0, 6, 116, {1, 0, 64, 255, 63}, {77}}, {0, 2, 5, {1, 255, 31}, {78}}});
+    Talk({{0, 6, 116, {1, 0, 64, 253, 63}, {77}}, {0, 2, 5, {1, 255, 31}, {78}}});
     Talk({{0, 5, 21, {}, {100, 0, 0, 0}}, {0, 5, 41, {}, {100, 0, 0, 0, 0x85}}});
     Talk({{0, 5, 63, {}, Bytes(8, 3)}, {0, 5, 119, {}, {1}}});
 }

@@ -10,7 +10,17 @@ namespace {
 
 using Counts = SasHost::Counts;
 
-const Bytes kEightBits = {0, 0, 0, 0, 0xD9, 1}, kNineBits = {1, 0, 0, 0, 0xD9, 1};
+const Bytes kEightBits = {0, 0, 0, 0, 0xD9, 1};
+const Bytes kPort1EightBits = {0, 0, 0, 0, 0x64, 0xFF}, kPort1NineBits = {1, 0, 0, 0, 0x64, 0xFF};
+
+// The first eleven bytes of a poll's record, and its messages.
+Bytes Poll(Bytes record, const Bytes& first, const Bytes& second) {
+    record.push_back(static_cast<std::uint8_t>(first.size()));
+    record.push_back(static_cast<std::uint8_t>(second.size()));
+    for (const Bytes& message : {first, second})
+        record.insert(record.end(), message.begin(), message.end());
+    return record;
+}
 
 class SerialPortTest : public BoardTest {
 protected:
@@ -23,7 +33,7 @@ protected:
 TEST_F(SerialPortTest, WordsGoBothWaysOnTheirPortAndTimestampsAreTimesOfArrival) {
     Feed(0, {9});
     EXPECT_EQ(board.ports[0].DroppedWords(), 1U) << "not configured: nobody hears it";
-    Talk({{0, 3, 97, kEightBits}, {0, 4, 97, kNineBits}});
+    Talk({{0, 3, 97, kEightBits}, {0, 4, 97, kPort1NineBits}});
     Talk({{0, 3, 98, {0x41, 0xFF}}, {0, 4, 98, {0x01, 0x80, 0xFF, 0x42}}});
     EXPECT_EQ(board.ports[0].TakeSent(), (SerialWords{0x41, 0xFF}));
     EXPECT_EQ(board.ports[1].TakeSent(), (SerialWords{0x180, 0x142}));
@@ -45,27 +55,27 @@ TEST_F(SerialPortTest, WordsGoBothWaysOnTheirPortAndTimestampsAreTimesOfArrival)
     board.ports[1].FeedParityErrors(0x0103);
     Talk({{0, 4, 100, {}, {1, 2}}, {0, 4, 99}});
     Feed(1, {1});
-    Talk({{0, 4, 97, kEightBits}, {0, 4, 100, {}, {0, 0}}, {0, 4, 99, {}, {1}}});
+    Talk({{0, 4, 97, kPort1EightBits}, {0, 4, 100, {}, {0, 0}}, {0, 4, 99, {}, {1}}});
     board.ports[0].Attach(SerialLine::kLoop);
     Talk({{0, 3, 98, {7, 8}}, {0, 3, 99, {0}, {7, 8}}});
 }
 
 TEST_F(SerialPortTest, PollsGoToTheAcceptorAndNothingOfThemToTheReceiveQueue) {
     board.ports[1].Attach(SerialLine::kCctalk);
-    Talk({{0, 4, 97, kEightBits}, {0, 4, 98, {2, 2, 1, 231, 0xFF, 0xFF, 22}}});
+    Talk({{0, 4, 97, kPort1EightBits}, {0, 4, 98, {2, 2, 1, 231, 0xFF, 0xFF, 22}}});
     Talk({{0, 4, 99, {}, {1, 0, 2, 0, 253}}});  // the mask is acknowledged
     // Every 50 ms, each reply, read credit as message 1.
-    Talk({{0, 4, 103, {3, 1, 0, 1, 1, 5, 5, 0, 0, 0, 0, 5, 0, 2, 0, 1, 229, 24}}});
+    Talk({{0, 4, 103, Poll({3, 1, 0, 1, 1, 5, 5, 0, 0, 0, 0}, {2, 0, 1, 229, 24}, Bytes(5))}});
     std::get<CctalkAcceptor>(board.ports[1].Device()).Insert(7);
     Talk({{49, 4, 105, {3}, {0, 0}}});
     Talk({{1, 4, 105, {3}, {1, 0, 1, 11, 2, 0, 1, 7, 1, 0, 0, 0, 0, 0, 0, 0, 0, 233}}});
     Talk({{0, 4, 99}});
     board.PowerUp();
-    Talk({{0, 4, 97, kEightBits}, {100, 4, 105, {3}, {0, 0}}});
+    Talk({{0, 4, 97, kPort1EightBits}, {100, 4, 105, {3}, {0, 0}}});
 }
 
 TEST_F(SerialPortTest, AnyCommandOfThePortPutsOffItsTimeoutMessage) {
-    Talk({{0, 3, 97, kEightBits}, {0, 4, 97, kEightBits}, {0, 3, 101, {2, 2, 0xAB, 0xCD}}});
+    Talk({{0, 3, 97, kEightBits}, {0, 4, 97, kPort1EightBits}, {0, 3, 101, {2, 2, 0xAB, 0xCD}}});
     Talk({{59, 3, 97, kEightBits}, {59, 3, 100, {}, {0, 0}}, {59, 4, 100, {}, {0, 0}}});
     EXPECT_EQ(board.ports[0].SentWords(), 0U);
     Wait(1000);
@@ -74,14 +84,15 @@ TEST_F(SerialPortTest, AnyCommandOfThePortPutsOffItsTimeoutMessage) {
 
 class PollsTest : public testing::Test {
 protected:
-    // What goes out in that time: "10:A" is 'A' at the tenth millisecond. Answered with the reply.
+    // The letters that go out in that time: "10:A" is 'A' at the tenth millisecond. Each message
+    // is answered with the reply.
     std::string Sent(int milliseconds, const SerialWords& reply = {}) {
         std::string text;
         for (int n = 1; n <= milliseconds; ++n) {
             const SerialWords words = polls.Tick();
             if (words.empty()) continue;
-            text += (text.empty() ? "" : " ") + std::to_string(n) + ":" +
-                    std::string(words.begin(), words.end());
+            text += (text.empty() ? "" : " ") + std::to_string(n) + ":";
+            std::ranges::copy_if(words, std::back_inserter(text), [](int c) { return c >= 'A'; });
             Hear(reply);
         }
         return text;
@@ -101,7 +112,7 @@ protected:
 // Frames of the tests below: length 1 + byte 0. Message 1 is "A", message 2 is "B".
 Bytes Poll(std::uint8_t slot, std::uint8_t mode, std::uint8_t option, std::uint8_t period,
            std::uint8_t timeout) {
-    return {slot, mode, option, 0, 0, 1, period, 0, 0, 0, timeout, 1, 1, 'A', 'B'};
+    return Poll({slot, mode, option, 0, 0, 1, period, 0, 0, 0, timeout}, {1, 'A'}, {1, 'B'});
 }
 
 TEST_F(PollsTest, ModesDecideWhatGoesOutWhen) {
@@ -118,10 +129,10 @@ TEST_F(PollsTest, ModesDecideWhatGoesOutWhen) {
         {"second after reply", Poll(0, 3, 0, 2, 0), "20:A 40:A", "20:A 21:B 40:A 41:B"},
         {"period 0",           Poll(0, 1, 0, 0, 0), "10:A 20:A 30:A 40:A", "10:A 20:A 30:A 40:A"},
         {"waits 30 ms",        Poll(0, 1, 0, 1, 3), "10:A 40:A", "10:A 20:A 30:A 40:A"},
-        {"no first",           {0, 1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 1, 'B'}, "", ""},
-        {"no first, in turn",  {0, 2, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 1, 'B'},
+        {"no first",           Poll({0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0}, {}, {2, 'B'}), "", ""},
+        {"no first, in turn",  Poll({0, 2, 0, 0, 0, 0, 1, 0, 0, 0, 0}, {}, {2, 'B'}),
                                "20:B 40:B", "20:B 40:B"},
-        {"no second",          {0, 3, 0, 0, 0, 1, 2, 0, 0, 0, 0, 1, 0, 'A'},
+        {"no second",          Poll({0, 3, 0, 0, 0, 0, 2, 0, 0, 0, 0}, {2, 'A'}, {}),
                                "20:A 40:A", "20:A 40:A"},
     };
     // clang-format on
@@ -141,7 +152,7 @@ TEST_F(PollsTest, ModesDecideWhatGoesOutWhen) {
 
 TEST_F(PollsTest, SlotsWaitForEachOthersRepliesAndTakeTurns) {
     polls.Configure(Poll(0, 1, 0, 1, 0));
-    polls.Configure({Bytes{2, 1, 0, 0, 0, 1, 1, 0, 0, 0, 1, 1, 0, 'C'}});
+    polls.Configure(Poll({2, 1, 0, 0, 0, 1, 1, 0, 0, 0, 1}, {1, 'C'}, {0}));
     EXPECT_EQ(Sent(40), "10:A 20:C 30:A 40:C") << "none answered";
     Hear({0});
     EXPECT_EQ(Sent(1), "1:A");
@@ -187,8 +198,11 @@ TEST_F(PollsTest, RepliesAreFramesOfTheLengthAndSumThatTheSlotNames) {
     // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        polls.Configure(
-            Bytes{0, 1, 0, c.variant, c.lengthOffset, c.lengthExtra, 1, 0, 0, 0, 0, 1, 0, 'A'});
+        Bytes message(std::max(c.lengthOffset + 1, int{c.lengthExtra}));
+        message[c.lengthOffset] = static_cast<std::uint8_t>(message.size() - c.lengthExtra);
+        const Answer configured = polls.Configure(Poll(
+            {0, 1, 0, c.variant, c.lengthOffset, c.lengthExtra, 1, 0, 0, 0, 0}, message, message));
+        EXPECT_EQ(configured.status, 0);
         Sent(10);
         EXPECT_EQ(Hear(c.heard), c.taken);
         Sent(10);

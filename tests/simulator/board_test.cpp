@@ -42,11 +42,11 @@ protected:
 
 TEST_F(RefusalsTest, ABoardTakesItsOwnCommandsUpToTheirLimits) {
     Bytes rampTooLong = With({0, 61}, 61), pollLongest = With({}, 63), pollTooLong = With({}, 39);
-    pollLongest[11] = pollLongest[12] = 25;
-    pollTooLong[11] = 26;
+    pollLongest[11] = pollLongest[12] = pollLongest[13] = pollLongest[38] = 25;
+    pollTooLong[11] = pollTooLong[13] = 26;
     const std::vector<Step> preparation = {
         {0, 1, 86, {1, 0, 20, 4}},         {0, 2, 3, {64, 2, 0x7F, 0xFF, 0x51}}, {0, 7, 94},
-        {0, 3, 97, {1, 0, 0, 0, 0xD9, 1}}, {0, 4, 97, {0, 0, 0, 0, 1, 1}},
+        {0, 3, 97, {1, 0, 0, 0, 0xD9, 1}}, {0, 4, 97, {0, 0, 0, 0, 0x64, 0xFF}},
     };
     // clang-format off
     Expect({
@@ -63,12 +63,15 @@ TEST_F(RefusalsTest, ABoardTakesItsOwnCommandsUpToTheirLimits) {
         {kK40, 3, 122, kUnknown,       {{5}}},
         {kK40, 1, 125, kUnknown,       {With({}, 9)}},
         // Memory: count, place, data.
-        {kK40, 6,  71, 0,              {{1, 0, 0, 9}, {1, 255, 255, 9}}},
-        {kK40, 6,  71, kOutOfRange,    {{2, 255, 255, 9, 9}, {0, 0, 0}}},
+        {kK40, 6,  71, 0,              {{1, 0, 0, 9}, {1, 254, 255, 9}}},
+        {kK40, 6,  71, kOutOfRange,    {{1, 255, 255, 9}, {2, 255, 255, 9, 9}, {0, 0, 0}}},
         {kK40, 6,  71, kMalformed,     {{3, 0, 0, 9, 9}, {1, 0, 0, 9, 9}, {1, 0}}},
-        {kK40, 6,  70, kTooLong,       {{63, 0, 0}}},
-        {kK40, 6,  70, kOutOfRange,    {{0, 0, 0}, {2, 255, 255}}},
-        {kK44, 6, 116, kOutOfRange,    {{2, 0, 1, 255, 63}}},
+        {kK40, 6,  70, 0,              {{58, 0, 0}}},
+        {kK40, 6,  70, kTooLong,       {{59, 0, 0}}},
+        {kK40, 6,  70, kOutOfRange,    {{0, 0, 0}, {2, 254, 255}}},
+        {kK44, 6, 116, 0,              {{1, 0, 32, 253, 63}}},
+        {kK44, 6, 116, kOutOfRange,    {{2, 0, 1, 255, 63}, {1, 0, 13, 0, 0}, {1, 0, 15, 255, 63},
+                                        {1, 0, 32, 254, 63}}},
         {kK44, 6, 117, 0,              {{1, 0, 1, 0, 0, 9}, {1, 0, 13, 0, 0, 9},
                                         {1, 0, 32, 255, 63, 9}}},
         {kK44, 6, 117, kOutOfRange,    {{1, 0, 0, 0, 0, 9}, {1, 0, 33, 0, 0, 9},
@@ -88,9 +91,10 @@ TEST_F(RefusalsTest, ABoardTakesItsOwnCommandsUpToTheirLimits) {
         // EEPROM.
         {kK44, 2,   5, 0,              {{58, 0, 0}}},
         {kK44, 2,   5, kTooLong,       {{59, 0, 0}}},
-        {kK44, 2,   4, 0,              {With({57, 0, 0}, 57)}},
-        {kK44, 2,   4, kTooLong,       {With({58, 0, 0}, 58)}},
-        {kK44, 2,   4, kMalformed,     {{2, 0, 0, 9}, {1, 0, 0, 9, 9}}},
+        {kK44, 2,   4, 0,              {With({57, 8, 0}, 57), {1, 254, 255, 9}}},
+        {kK44, 2,   4, kTooLong,       {With({58, 8, 0}, 58)}},
+        {kK44, 2,   4, kMalformed,     {{2, 8, 0, 9}, {1, 8, 0, 9, 9}}},
+        {kK44, 2,   4, kOutOfRange,    {{0, 8, 0}, {1, 7, 0, 9}, {1, 255, 255, 9}}},
         {kK44, 2,   3, kOutOfRange,    {{0, 2, 0x7F, 0xFF, 0x51}, {64, 0, 0x7F, 0xFF, 0x51},
                                         {64, 3, 0x7F, 0xFF, 0x51}}},
         // Inputs and outputs.
@@ -103,8 +107,12 @@ TEST_F(RefusalsTest, ABoardTakesItsOwnCommandsUpToTheirLimits) {
         {kK44, 1, 107, 0,              {{32, 0, 1, 0}}},
         {kK40, 1, 107, kMalformed,     {{32, 0, 1, 0}}},
         {kK44, 1, 107, kOutOfRange,    {{33, 0, 1, 0}}},
-        {kK44, 1, 108, kOutOfRange,    {{33, 1}, {32, 2}}},
-        {kK44, 1, 113, kOutOfRange,    {{33}}},
+        {kK44, 1, 108, kOutOfRange,    {{24, 1}, {23, 2}}},
+        {kK40, 1, 109, kOutOfRange,    {{24}}},
+        {kK44, 1, 110, kOutOfRange,    {{32}}},
+        {kK50, 1, 111, kOutOfRange,    {{24}}},
+        {kK44, 1, 113, 0,              {{23}}},
+        {kK40, 1, 113, kOutOfRange,    {{24}}},
         {kK40, 1, 112, kMalformed,     {With({}, 8)}},
         {kK44, 1, 112, kOutOfRange,    {{33, 20, 1, 0, 0, 1, 0, 0}, {0, 20, 1, 38, 0, 1, 0, 0}}},
         {kK44, 1, 124, kOutOfRange,    {{33}}},
@@ -127,16 +135,28 @@ TEST_F(RefusalsTest, ABoardTakesItsOwnCommandsUpToTheirLimits) {
         {kK44, 1, 126, kOutOfRange,    {{0, 9}, {0x3A, 0x99}}},
         {kK44, 1, 128, kTooLong,       {With({}, 257)}},
         // Serial ports.
-        {kK44, 3,  97, kOutOfRange,    {{4, 0, 0, 0, 0, 0}, {0, 4, 0, 0, 0, 0}}},
+        {kK44, 3,  97, kOutOfRange,    {{4, 0, 0, 0, 0xD9, 1}, {0, 4, 0, 0, 0xD9, 1},
+                                        {1, 3, 0, 0, 0xD9, 1}, {0, 0, 4, 0, 0xD9, 1},
+                                        {0, 0, 0, 2, 0xD9, 1}, {0, 0, 0, 0, 0xD9, 0},
+                                        {0, 0, 0, 0, 0x64, 0xFF}}},
+        {kK44, 4,  97, kOutOfRange,    {{0, 0, 0, 0, 0xD9, 1}, {0, 0, 0, 0, 0xFF, 0x64}}},
         {kK44, 3,  98, kMalformed,     {{}, {0, 1, 0}}},
+        {kK40, 4,  98, 0,              {With({}, 252)}},
+        {kK44, 4,  98, kTooLong,       {With({}, 253), With({}, 600)}},
+        {kK40, 4,  98, 0,              {With({}, 60)}, 12},
+        {kK50, 4,  98, kTooLong,       {With({}, 61)}, 12},
         {kK44, 3,  99, kMalformed,     {{}}},
         {kK44, 4,  99, kMalformed,     {{0}}},
         {kK44, 3, 101, kOutOfRange,    {{1, 61}}},
         {kK44, 3, 101, kMalformed,     {{1, 2, 7}}},
-        {kK44, 3, 103, 0,              {pollLongest}},
+        {kK44, 3, 103, 0,              {pollLongest, With({0, 0, 0, 0, 24}, 8),
+                                        {0, 1, 0, 0, 2, 1, 1, 0, 0, 0, 0, 2, 1, 7, 7, 8}}},
         {kK44, 3, 103, kOutOfRange,    {pollTooLong, With({4}, 12), With({0, 4}, 11),
-                                        With({0, 1, 5}, 10)}},
-        {kK44, 3, 103, kMalformed,     {With({}, 12), With({}, 14)}},
+                                        With({0, 1, 5}, 10), With({0, 0, 0, 0, 25}, 8)}},
+        {kK44, 3, 103, kMalformed,     {With({}, 12), With({}, 14),
+                                        {0, 1, 0, 1, 1, 5, 1, 0, 0, 0, 0, 5, 0, 2, 0, 1, 229, 24},
+                                        {0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 1, 2, 1},
+                                        {0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 1, 1, 2}}},
         {kK44, 4, 104, kOutOfRange,    {{4}}},
         {kK44, 4, 105, kOutOfRange,    {{255}}},
         {kK44, 4, 106, kOutOfRange,    {{4}}},

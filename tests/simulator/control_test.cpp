@@ -79,12 +79,12 @@ TEST(ControlTest, ShowTellsWhatWordsAndCommandsHaveDone) {
         {"board 94/7 96/7/080805ff; ctl spi reply aa bb", "/spi", R"({"enabled": true, "control": 5,
                 "queuedReplies": 2, "rightFrames": 0, "wrongFrames": 0})"},
         {"ctl spi clear",              "/spi/queuedReplies", "0"},
-        {"board 97/3/0102030164ff; line 0 feed 010203; line 0 parity 4; "
+        {"board 97/3/010203016401; line 0 feed 010203; line 0 parity 4; "
          "board 98/3/00010002; line 0 line none; "
          "board 98/3/0003 101/3/00010a 122/3/11 123/3/0207 "
-         "103/3/0200010101050500000000050002000001fd",
+         "103/3/0200010101050500000000050502000001fd0000000000",
             "/serial/0", R"({"line": "none", "configuration": {"type": 1, "parityCode": 2,
-                "flagBits2And3": 3, "flagBit1": 1, "rate": "64ff"},
+                "flagBits2And3": 3, "flagBit1": 1, "rate": "6401"},
                 "received": 5, "sent": 1, "dropped": 0,
                 "parityErrors": 4, "timeoutMessage": {"message": "0a", "afterMs": 0, "sent": false},
                 "sas": {"address": 17, "mode": 2, "value": 7}, "device": null,
@@ -132,10 +132,10 @@ TEST(ControlTest, WordsPrintWhatTheyTakeOffTheBoard) {
     };
     // clang-format off
     const Case cases[] = {
-        {"board 97/3/00000000d901 97/4/010000006400 98/3/41ff 98/4/01800042; "
+        {"board 97/3/00000000d901 97/4/0100000064ff 98/3/41ff 98/4/01800042; "
          "line 0 drain; line 0 drain; line 1 drain",
             "41ff\n-\n0180 0042\n"},
-        {"board 97/3/00000000d901 97/4/010000006400; line 0 feed 0aFF; "
+        {"board 97/3/00000000d901 97/4/0100000064ff; line 0 feed 0aFF; "
          "line 1 feed9 1ff 0 2; line 1 parity 258; $CLIENT k44 0 99/3/00 99/3/01 99/4 100/4",
             "0 0aff\n0 -\n0 01ff00000002\n0 0102\n"},
         {"board 97/3/00000000d901; line 0 line cctalk; board 98/3/020201e7ff7f96 99/3/00; "
@@ -264,7 +264,7 @@ Finished PlayOnTerminal(const std::string& line, const std::string& steps) {
 TEST(TerminalTest, CarriesEveryByteBothWays) {
     Program simulation(Simulated(
         {"--board", "k44:serial1=pty", "--serial", "0=pty", "--board", "k40:serial0=none"},
-        "$CLIENT k44 0 97/3/00000000d901 97/4/010000006400 98/3/000d0aff 98/4/01800003 >/dev/null\n"
+        "$CLIENT k44 0 97/3/00000000d901 97/4/0100000064ff 98/3/000d0aff 98/4/01800003 >/dev/null\n"
         "for step in 99/3/00 99/4; do\n"
         "    until $CLIENT k44 0 $step | grep -v ' -'; do sleep 0.05; done\n"
         "done"));
