@@ -12,7 +12,7 @@ constexpr std::uint8_t kNineBitType = 1;
 constexpr std::uint8_t kHighestParityCode = 2;
 constexpr std::uint8_t kParityCodeOfType0 = 3;
 constexpr std::uint8_t kHighestFlagBits2And3 = 3;
-constexpr SerialWord kNineBits = 0x1FF;
+constexpr SerialWord kNineBits = 0x1FF, kEightBits = 0xFF;
 
 // The timer values for which the two ports have rates, from the slowest on.
 using Rate = std::array<std::uint8_t, 2>;
@@ -121,7 +121,8 @@ SerialWords BoardSerialPort::Hear(std::span<const SerialWord> words) {
         return {};
     }
     SerialWords replies;
-    for (const SerialWord word : words) {
+    for (const SerialWord sent : words) {
+        const SerialWord word = sent & (HasNineBits() ? kNineBits : kEightBits);
         const auto [taken, reply] = sas.Hear(word);
         replies.insert(replies.end(), reply.begin(), reply.end());
         if (!taken && !polls.Take(word)) received.Push({word, Timestamp()});

@@ -60,6 +60,17 @@ TEST_F(SerialPortTest, WordsGoBothWaysOnTheirPortAndTimestampsAreTimesOfArrival)
     Talk({{0, 3, 98, {7, 8}}, {0, 3, 99, {0}, {7, 8}}});
 }
 
+TEST_F(SerialPortTest, OnlyAPortOfNineBitsHearsSasPolls) {
+    Talk({{0, 3, 97, kEightBits}, {0, 4, 97, kPort1NineBits}});
+    for (const std::uint32_t channel : {3U, 4U}) {
+        Talk({{0, channel, 122, {1}}, {0, channel, 123, {1, 7}}});
+        Feed(channel - 3, {0x181});
+    }
+    EXPECT_EQ(board.ports[0].TakeSent(), SerialWords());
+    EXPECT_EQ(board.ports[1].TakeSent(), SerialWords{7});
+    Talk({{0, 3, 99, {0}, {0x81}}, {0, 3, 124, {}, {0}}, {0, 4, 124, {}, {1}}});
+}
+
 TEST_F(SerialPortTest, PollsGoToTheAcceptorAndNothingOfThemToTheReceiveQueue) {
     board.ports[1].Attach(SerialLine::kCctalk);
     Talk({{0, 4, 97, kPort1EightBits}, {0, 4, 98, {2, 2, 1, 231, 0xFF, 0xFF, 22}}});
