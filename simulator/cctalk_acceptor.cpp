@@ -11,6 +11,7 @@ namespace simulator {
 namespace {
 
 constexpr std::uint8_t kAddress = 2;
+constexpr std::uint8_t kEverybody = 0;
 constexpr std::size_t kDataOffset = 4;  // behind destination, number, source and header
 constexpr std::uint8_t kSorterPath = 1;
 constexpr std::uint8_t kLastEventCount = 255;
@@ -112,7 +113,7 @@ SerialWords CctalkAcceptor::AnswerTo(const SerialFrame& frame) {
     }
     const std::uint8_t destination = frame[0], source = frame[2], header = frame[3];
     const Payload data = Payload(frame).subspan(kDataOffset, frame[1]);
-    if (destination != kAddress) return {};
+    if (destination != kAddress && destination != kEverybody) return {};
     const auto request = std::ranges::find(kRequests, header, &Request::header);
     if (request == std::end(kRequests) || data.size() != request->dataCount) return {};
     return FrameFor(source, request->answer(state, data));

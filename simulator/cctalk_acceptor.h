@@ -1,10 +1,11 @@
 // A ccTalk coin acceptor on a simulated board's serial port.
 //
 // What follows is the simulator's own choice, real acceptors may differ:
-// - It has address 2. A frame is destination, number of data bytes, source, header, data and a
-//   check that brings the sum of all bytes to 0 modulo 256. What it does not answer, it is silent
-//   about: other addresses, wrong checks, unknown headers, another number of data bytes than the
-//   header takes. Nothing of what it hears comes back as an echo.
+// - It hears address 2, and 0, which is everybody; it answers as 2. A frame is destination, number
+//   of data bytes, source, header, data and a check that brings the sum of all bytes to 0 modulo
+//   256. What it does not answer, it is silent about: other addresses, wrong checks, unknown
+//   headers, another number of data bytes than the header takes. Nothing of what it hears comes
+//   back as an echo.
 // - 50 ms without a word drop an unfinished frame.
 // - It answers 254 (simple poll), 246, 245, 244 (who it is), 242 (serial number, 3 bytes, low
 //   first), 231 and 230 (set and tell the inhibit mask, 2 bytes, low first: bit n - 1 lets coin n

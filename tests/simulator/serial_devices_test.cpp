@@ -22,6 +22,8 @@ TEST(CctalkAcceptorTest, FramesAreAnsweredOrMetWithSilence) {
     // clang-format off
     const Case cases[] = {
         {"simple poll",      kPoll,                          kAck},
+        {"everybody",        {0, 0, 1, 254, 1},              kAck},
+        {"everybody, no header", {0, 0, 0, 0, 0},            {}},
         {"serial number",    {2, 0, 1, 242, 11},             {1, 3, 2, 0, 0x40, 0xE2, 0x01, 0xD7}},
         {"set mask",         {2, 2, 1, 231, 0x05, 0x80, 0x8F}, kAck},
         {"tell mask",        {2, 0, 1, 230, 23},             {1, 2, 2, 0, 0x05, 0x80, 0x76}},
