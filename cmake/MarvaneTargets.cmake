@@ -13,10 +13,12 @@ function(marvane_common_options target)
                            $<$<BOOL:${MARVANE_WARNINGS_ARE_ERRORS}>:-Werror>)
 endfunction()
 
-# marvane_missing(part package): call it, then return() from the part's CMakeLists.txt.
-function(marvane_missing part package)
+# marvane_leave_out(part packages...): says which Debian packages bring the part. The caller then
+# builds it no further.
+function(marvane_leave_out part)
+    list(JOIN ARGN " " packages)
     if(MARVANE_REQUIRE_EVERYTHING)
-        message(FATAL_ERROR "${part}: needs the Debian package ${package}")
+        message(FATAL_ERROR "${part} cannot be built: install ${packages}")
     endif()
-    message(STATUS "${part}: not built, needs the Debian package ${package}")
+    message(STATUS "${part} are left out: install ${packages}")
 endfunction()
