@@ -13,6 +13,13 @@ function(marvane_common_options target)
                            $<$<BOOL:${MARVANE_WARNINGS_ARE_ERRORS}>:-Werror>)
 endfunction()
 
+# Only where the build is asked to hurry: a header that a file forgets must show in every other one.
+function(marvane_precompile target)
+    if(MARVANE_PRECOMPILED_HEADERS)
+        target_precompile_headers(${target} PRIVATE ${ARGN})
+    endif()
+endfunction()
+
 # marvane_leave_out(part packages...): says which Debian packages bring the part. The caller then
 # builds it no further.
 function(marvane_leave_out part)
