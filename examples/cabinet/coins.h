@@ -5,20 +5,25 @@
 #ifndef COINS_H
 #define COINS_H
 
+#include "ledger.h"
 #include "wiring.h"
 
 /** The coin mechanism. */
 class CoinInput {
 public:
-    explicit CoinInput(MarvaneUSB& usedBoard) : board(usedBoard) {}
+    CoinInput(MarvaneUSB& usedBoard, Ledger& usedLedger) : board(usedBoard), ledger(usedLedger) {}
 
-    /** From now on the board counts. What it has counted before, for a program that died, stays. */
+    /** From now on the board counts. What it counted while no program ran stays, and is taken. */
     void Begin();
-    /** Takes one coin off the board's counter; false when there is none. */
-    bool Take();
+    /** Credits what has come since the latest note, and notes it. Result: how many coins. */
+    unsigned Take();
 
 private:
+    unsigned Count();
+    void EmptyCounter();
+
     MarvaneUSB& board;
+    Ledger& ledger;
 };
 
 /** The hopper. */
@@ -32,8 +37,8 @@ public:
 
     explicit Hopper(MarvaneUSB& usedBoard) : board(usedBoard) {}
 
-    /** Has the board pay coins, kMostCoinsOfRelease at most. */
-    void Begin(unsigned coins);
+    /** Has the board pay coins, kMostCoinsOfRelease at most, and count them from 0. */
+    void Release(unsigned coins);
     Report Follow();
 
 private:

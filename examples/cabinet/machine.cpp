@@ -5,18 +5,10 @@
 #include "machine.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <thread>
 
 #include "board_error.h"
 
 namespace {
-
-constexpr auto kLookAgainAfter = std::chrono::milliseconds(10);
-
-void Pause() {
-    std::this_thread::sleep_for(kLookAgainAfter);
-}
 
 Lamp LampOfReel(unsigned reel) {
     return static_cast<Lamp>(static_cast<unsigned>(Lamp::kReel1) + reel);
@@ -31,111 +23,84 @@ unsigned WinOf(const Line& line) {
 
 }  // namespace
 
-std::atomic<bool> Machine::startPressed(false);
-
-Machine::Machine(MarvaneUSB& openBoard)
+Machine::Machine(MarvaneUSB& openBoard, std::FILE* whatHappens)
     : board(openBoard),
+      out(whatHappens),
       ledger(board),
       lamps(board),
       reels(board),
-      coins(board),
-      hopper(board),
-      lastEvent(std::chrono::steady_clock::now()) {}
+      startButton(board),
+      coins(board, ledger),
+      hopper(board) {}
 
-bool Machine::Run(unsigned rounds, std::chrono::seconds patience) {
-    Begin();
-    while (roundsPlayed < rounds && std::chrono::steady_clock::now() < lastEvent + patience) {
-        TakeCoins();
-        ShowWhetherToStart();
-        if (startPressed.exchange(false)) {
-            if (ledger.credit > 0) {
-                PlayRound();
-            } else {
-                std::printf("start is pressed, but there is no credit\n");
-            }
-            lastEvent = std::chrono::steady_clock::now();
-        }
-        std::fflush(stdout);
-        Pause();
-    }
-    TakeCoins();
-    std::printf("the end: %u coins in, %u rounds, credit %u, %u coins owed\n", coinsIn,
-                roundsPlayed, ledger.credit, ledger.owed);
-    lamps.Set(Lamp::kStart, LampState::kOff);
-    return ledger.owed == 0;
-}
-
-// A program that was here before may have ended anywhere.
+// A program that was here before may have ended anywhere. Its reels may still turn, and its hopper
+// pay: the first passes wait for them.
 void Machine::Begin() {
     lamps.AllOff();
     reels.Configure();
-    coins.Begin();
     Require(board.EnableRandomNumberGenerator(0), board, "switching on the random numbers");
-    WatchStartButton();
 
     ledger.Load();
-    std::printf("from last time: credit %u, %u coins owed\n", ledger.credit, ledger.owed);
+    std::fprintf(out, "from last time: credit %u, %u coins owed\n", ledger.credit, ledger.owed);
     if (ledger.stake > 0) {
-        std::printf("the last round was cut off: its stake of %u is given back\n", ledger.stake);
+        std::fprintf(out, "the last round was cut off: its stake of %u is given back\n",
+                     ledger.stake);
         ledger.credit += ledger.stake;
         ledger.stake = 0;
         ledger.Save();
     }
-    if (ledger.owed > 0) {
-        while (FollowHopper() == Hopper::State::kPays)
-            Pause();
-        Pay();
+    coins.Begin();
+    startButton.WasPressed();  // while nobody looked
+}
+
+bool Machine::Pass() {
+    const bool coinsCame = TakeCoins() > 0;
+    const bool startPressed = startButton.WasPressed();
+    switch (doing) {
+        case Doing::kSpins:
+            FollowReels();
+            return true;
+        case Doing::kPays:
+            FollowPayout();
+            return true;
+        case Doing::kWaits:
+            break;
     }
-}
-
-void Machine::WatchStartButton() {
-    usbInput button = {};
-    button.bytes[kStartButton / 8] = static_cast<unsigned char>(1U << kStartButton % 8);
-    usbInput whenPressed = button;
-    const auto callback = [](usbInput*, usbInput*) { startPressed = true; };
-    Require(board.ConfigureChangedInputsCallback(&button, &whenPressed, callback), board,
-            "watching the start button");
-}
-
-void Machine::TakeCoins() {
-    unsigned fresh = 0;
-    while (coins.Take())
-        ++fresh;
-    if (fresh == 0) return;
-    coinsIn += fresh;
-    ledger.credit += fresh;
-    ledger.Save();
-    lastEvent = std::chrono::steady_clock::now();
-    std::printf("%u coins in, credit %u\n", coinsIn, ledger.credit);
-}
-
-void Machine::ShowWhetherToStart() {
     lamps.Set(Lamp::kStart, ledger.credit > 0 ? LampState::kBlinking : LampState::kOff);
+    if (startPressed && ledger.credit > 0) {
+        BeginRound();
+    } else if (startPressed) {
+        std::fprintf(out, "start is pressed, but there is no credit\n");
+    }
+    return coinsCame || startPressed;
 }
 
-void Machine::PlayRound() {
+void Machine::End() {
+    TakeCoins();
+    lamps.Set(Lamp::kStart, LampState::kOff);
+    std::fprintf(out, "the end: %u coins in, %u rounds, credit %u, %u coins owed\n", coinsIn,
+                 roundsPlayed, ledger.credit, ledger.owed);
+}
+
+unsigned Machine::TakeCoins() {
+    const unsigned fresh = coins.Take();
+    if (fresh == 0) return 0;
+    coinsIn += fresh;
+    std::fprintf(out, "%u coins in, credit %u\n", coinsIn, ledger.credit);
+    return fresh;
+}
+
+void Machine::BeginRound() {
     ++roundsPlayed;
     ledger.credit -= 1;
     ledger.stake = 1;
     ledger.Save();
-    std::printf("round %u spins, credit %u\n", roundsPlayed, ledger.credit);
-    std::fflush(stdout);
+    std::fprintf(out, "round %u spins, credit %u\n", roundsPlayed, ledger.credit);
 
     lamps.Set(Lamp::kStart, LampState::kOn);
     lamps.Set(Lamp::kWin, LampState::kOff);
     reels.Spin(Draw());
-    WaitForReels();
-
-    const Line line = reels.Shown();
-    const unsigned win = WinOf(line);
-    ledger.stake = 0;
-    ledger.owed += win;
-    ledger.Save();
-    std::printf("round %u shows %s %s %s: win %u\n", roundsPlayed, kSymbols[line[0]],
-                kSymbols[line[1]], kSymbols[line[2]], win);
-    lamps.Set(Lamp::kWin, win > 0 ? LampState::kBlinking : LampState::kOff);
-    if (ledger.owed > 0) Pay();
-    startPressed = false;  // presses while it ran
+    doing = Doing::kSpins;
 }
 
 // The board's own random numbers, of 16 bits: each symbol is as likely as the others.
@@ -149,57 +114,77 @@ Line Machine::Draw() {
     return line;
 }
 
-void Machine::WaitForReels() {
-    for (bool anyTurns = true; anyTurns;) {
-        anyTurns = false;
-        const auto turning = reels.Turning();
-        for (unsigned reel = 0; reel < kReelCount; ++reel) {
-            lamps.Set(LampOfReel(reel), turning[reel] ? LampState::kBlinking : LampState::kOn);
-            anyTurns = anyTurns || turning[reel];
-        }
-        TakeCoins();
-        Pause();
+// Reels that turn without a stake belong to a round that was cut off.
+void Machine::FollowReels() {
+    bool anyTurns = false;
+    const auto turning = reels.Turning();
+    for (unsigned reel = 0; reel < kReelCount; ++reel) {
+        anyTurns = anyTurns || turning[reel];
+        if (ledger.stake == 0) continue;
+        lamps.Set(LampOfReel(reel), turning[reel] ? LampState::kBlinking : LampState::kOn);
     }
+    if (anyTurns) return;
+    if (ledger.stake > 0) DecideRound();
+    doing = Doing::kWaits;
+    if (ledger.owed > 0) Pay();
 }
 
+void Machine::DecideRound() {
+    const Line line = reels.Shown();
+    const unsigned win = WinOf(line);
+    ledger.stake = 0;
+    ledger.owed += win;
+    ledger.Save();
+    std::fprintf(out, "round %u shows %s %s %s: win %u\n", roundsPlayed, kSymbols[line[0]],
+                 kSymbols[line[1]], kSymbols[line[2]], win);
+    lamps.Set(Lamp::kWin, win > 0 ? LampState::kBlinking : LampState::kOff);
+}
+
+// An earlier program's payout may have gone on without it.
 void Machine::Pay() {
-    Hopper::State state = Hopper::State::kHasPaid;
-    unsigned paid = 0;
-    while (ledger.owed > 0 && state == Hopper::State::kHasPaid) {
-        const unsigned before = ledger.owed;
-        hopper.Begin(std::min(ledger.owed, kMostCoinsOfRelease));
-        ledger.paid = 0;
-        ledger.Save();
-        for (state = Hopper::State::kPays; state == Hopper::State::kPays;) {
-            Pause();
-            state = FollowHopper();
-            TakeCoins();
-        }
-        paid += before - ledger.owed;
+    doing = Doing::kPays;
+    owedBeforePayout = ledger.owed;
+    if (TakePaidOffOwed() != Hopper::State::kPays && ledger.owed > 0) BeginPayout();
+}
+
+// The board's count of coins paid must never be about another payout than the note of it. So one
+// that pays nothing comes first: its count is 0 and stays so until that is noted. Killed on either
+// side of the note, the machine finds a 0, which takes nothing off what is owed.
+void Machine::BeginPayout() {
+    hopper.Release(0);
+    ledger.paid = 0;
+    ledger.Save();
+    hopper.Release(std::min(ledger.owed, kMostCoinsOfRelease));
+}
+
+void Machine::FollowPayout() {
+    const Hopper::State state = TakePaidOffOwed();
+    if (state == Hopper::State::kPays) return;
+    // More than fit into one. A board that says so without a count would be told to pay for ever.
+    if (state == Hopper::State::kHasPaid && ledger.owed > 0 && ledger.paid > 0) {
+        BeginPayout();
+        return;
     }
-    std::printf("hopper paid %u, %u coins owed\n", paid, ledger.owed);
+    std::fprintf(out, "hopper paid %u, %u coins owed\n", owedBeforePayout - ledger.owed,
+                 ledger.owed);
     if (ledger.owed > 0) {
-        std::printf("the hopper is empty or jammed: an attendant owes the player %u coins\n",
-                    ledger.owed);
+        std::fprintf(out, "the hopper is empty or jammed: an attendant owes the player %u coins\n",
+                     ledger.owed);
     }
     lamps.Set(Lamp::kWin, ledger.owed > 0 ? LampState::kBlinking : LampState::kOff);
     lamps.Set(Lamp::kAttendant, ledger.owed > 0 ? LampState::kBlinking : LampState::kOff);
+    doing = Doing::kWaits;
 }
 
-Hopper::State Machine::FollowHopper() {
+// A count below the note is that of a payout of nothing, or of a board that was without power.
+Hopper::State Machine::TakePaidOffOwed() {
     const Hopper::Report report = hopper.Follow();
-    TakeOffOwed(report.paid);
+    if (report.paid > ledger.paid) {
+        ledger.owed -= std::min(report.paid - ledger.paid, ledger.owed);
+        ledger.paid = report.paid;
+        ledger.Save();
+    }
     return report.state;
-}
-
-// Also for a payout that a program before this one began, and that went on without it. A count
-// below the one written down is that of a newer payout.
-void Machine::TakeOffOwed(unsigned paidSoFar) {
-    if (paidSoFar == ledger.paid) return;
-    const unsigned fresh = paidSoFar > ledger.paid ? paidSoFar - ledger.paid : paidSoFar;
-    ledger.owed -= std::min(fresh, ledger.owed);
-    ledger.paid = paidSoFar;
-    ledger.Save();
 }
 
 void Machine::PrintState(std::FILE* stream) const {

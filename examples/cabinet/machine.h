@@ -5,54 +5,64 @@
 #ifndef MACHINE_H
 #define MACHINE_H
 
-#include <atomic>
-#include <chrono>
+#include <cstdio>
 
 #include "coins.h"
 #include "lamps.h"
 #include "ledger.h"
 #include "reels.h"
+#include "start_button.h"
 
+/**
+ * Begin, then one pass after the other, then End; each throws BoardError when the board fails. Such
+ * a machine has come to its end, and a new one goes on where it was.
+ */
 class Machine {
 public:
     /** The board is open, and stays so as long as the machine lives. */
-    explicit Machine(MarvaneUSB& openBoard);
+    Machine(MarvaneUSB& openBoard, std::FILE* whatHappens);
 
-    /**
-     * Plays until so many rounds are played or nothing has happened for so long. Throws BoardError
-     * when the board fails. Result: whether all that was won is paid.
+    void Begin();
+    /** Looks at everything once and does what is due, without waiting. Result: something happened.
      */
-    bool Run(unsigned rounds, std::chrono::seconds patience);
+    bool Pass();
+    void End();
+
+    /** The reels turn, or the hopper pays. */
+    bool IsBusy() const { return doing != Doing::kWaits; }
+    unsigned RoundsPlayed() const { return roundsPlayed; }
+    const Ledger& Money() const { return ledger; }
 
     /** Lamps and money as they stand, for people; after a failure, too. */
     void PrintState(std::FILE* stream) const;
 
 private:
-    void Begin();
-    void WatchStartButton();
-    void TakeCoins();
-    void ShowWhetherToStart();
+    enum class Doing { kWaits, kSpins, kPays };
 
-    void PlayRound();
+    unsigned TakeCoins();
+
+    void BeginRound();
     Line Draw();
-    void WaitForReels();
+    void FollowReels();
+    void DecideRound();
 
     void Pay();
-    Hopper::State FollowHopper();
-    void TakeOffOwed(unsigned paidSoFar);
+    void BeginPayout();
+    void FollowPayout();
+    Hopper::State TakePaidOffOwed();
 
     MarvaneUSB& board;
+    std::FILE* out;
     Ledger ledger;
     Lamps lamps;
     Reels reels;
+    StartButton startButton;
     CoinInput coins;
     Hopper hopper;
+    Doing doing = Doing::kSpins;
     unsigned coinsIn = 0;
     unsigned roundsPlayed = 0;
-    std::chrono::steady_clock::time_point lastEvent;
-
-    // One machine in a program: the library's callback carries no pointer of its user's.
-    static std::atomic<bool> startPressed;
+    unsigned owedBeforePayout = 0;
 };
 
 #endif  // MACHINE_H
