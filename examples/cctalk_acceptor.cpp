@@ -2,21 +2,38 @@
  * @file cctalk_acceptor.cpp
  * @brief Reads coins from a ccTalk coin acceptor on serial port 0, which the board polls by itself.
  *
- * Usage: cctalk_acceptor [seconds] [device number]. It ends after so many seconds (10 without a
- * number), or with exit status 1 when the acceptor or the board does not answer.
+ * The acceptor counts its events and tells the last five. The board's battery-backed memory notes
+ * the last one that was taken, together with the sum of coins, in one exchange: killed at any
+ * moment and started again, this program counts no coin twice, takes those that came while it was
+ * down, and names how many events it missed when they were more than are told. Noted first, then
+ * printed: the line of a coin may be missing after a kill, but the sum has it. An acceptor that was
+ * without power begins anew, and what it had not told yet is lost.
  */
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "arguments.h"
+#include "kept_record.h"
 #include "marvaneusb.h"
 
 namespace {
+
+// clang-format off
+constexpr const char* kHelp =
+    "Reads coins from a ccTalk coin acceptor on serial port 0, which the board polls by itself.\n"
+    "\n"
+    "Usage: cctalk_acceptor [SECONDS [DEVICE]]\n"
+    "  SECONDS  ends after so long (10)\n"
+    "  DEVICE   number of the board, 0 to 15 (0)\n"
+    "Example: marvane-sim --board k44:serial0=cctalk -- cctalk_acceptor 60\n"
+    "\n"
+    "Exit status: 0 done, 1 the board or the acceptor failed, 2 the arguments are wrong\n";
+// clang-format on
 
 using Clock = std::chrono::steady_clock;
 using Bytes = std::vector<unsigned char>;
@@ -30,7 +47,6 @@ constexpr unsigned char kHost = 1;
 constexpr std::size_t kFrameBytes = 5;  // of a message beside its data
 
 constexpr unsigned char kAnswer = 0;
-constexpr unsigned char kReset = 1;
 constexpr unsigned char kModifyMasterInhibit = 228;
 constexpr unsigned char kReadCredit = 229;  // event counter, then five pairs: coin, sorter path
 constexpr unsigned char kModifyInhibit = 231;
@@ -73,9 +89,36 @@ bool IsAnswer(const Bytes& frame) {
            frame[0] == kHost && frame[2] == kAcceptor && frame[3] == kAnswer && SumOf(frame) == 0;
 }
 
+/** What is known of the acceptor: it outlasts this program. */
+class Notes {
+public:
+    explicit Notes(MarvaneUSB& board) : record(board, kAddress, "CCT1") {}
+
+    int Load() {
+        KeptRecord<4>::Numbers numbers{};
+        if (!record.Load(numbers)) return 0;
+        begun = numbers[0];
+        lastEvent = numbers[1];
+        coins = numbers[2];
+        missed = numbers[3];
+        return 1;
+    }
+    int Save() { return record.Save({begun, lastEvent, coins, missed}); }
+
+    unsigned begun = 0;      // 1: there is a last event
+    unsigned lastEvent = 0;  // the acceptor's counter
+    unsigned coins = 0;      // and events that were missed, since the first start
+    unsigned missed = 0;
+
+private:
+    static constexpr unsigned short kAddress = 0x8100;  // behind the example cabinet's ledger
+
+    KeptRecord<4> record;
+};
+
 class Acceptor {
 public:
-    explicit Acceptor(MarvaneUSB& openBoard) : board(openBoard) {}
+    explicit Acceptor(MarvaneUSB& openBoard) : board(openBoard), notes(board) {}
 
     bool Begin();
     /** Prints the coins that came; false when the acceptor or the board has failed. */
@@ -95,11 +138,14 @@ private:
     bool SetTimeouts();
     bool LetCoinsIn();
     bool HaveItPolled();
-    bool PrintEvents(const Bytes& credit);
+    bool TakePolled(unsigned& status);
+    bool TakeUntold();
+    bool TakeEvents(const Bytes& credit);
+    bool Note(unsigned event);
 
     MarvaneUSB& board;
-    unsigned lastEvent = 0;
-    unsigned coins = 0;
+    Notes notes;
+    unsigned coins = 0;  // of this run
 };
 
 bool Acceptor::ConfigurePort() {
@@ -173,37 +219,64 @@ bool Acceptor::HaveItPolled() {
 }
 
 bool Acceptor::Begin() {
-    // A program that died may have left the board polling.
     if (!ConfigurePort()) return false;
+    if (!notes.Load()) return Complain("The notes cannot be read");
+    std::printf("noted so far: %u coins, %u events missed\n", notes.coins, notes.missed);
+
+    // A program that died may have left the board polling: what it heard comes first.
+    unsigned status = kHostWasAway;
+    while (notes.begun && status == kHostWasAway) {
+        if (!TakePolled(status)) return false;
+    }
     if (!board.DeletePolledMessage(kPort, kIndex)) return Complain("The board polls on");
 
     Bytes answer;
-    if (!Ask(kReset, {}, answer) || !Ask(kRequestProduct, {}, answer)) return false;
+    if (!Ask(kRequestProduct, {}, answer)) return false;
     std::printf("acceptor: %s\n", std::string(answer.begin(), answer.end()).c_str());
-    return SetTimeouts() && LetCoinsIn() && HaveItPolled();
+    return TakeUntold() && SetTimeouts() && LetCoinsIn() && HaveItPolled();
+}
+
+/** By hand, and before coins are let in: an acceptor that has started anew still shows a 0. */
+bool Acceptor::TakeUntold() {
+    Bytes credit;
+    if (!Ask(kReadCredit, {}, credit)) return false;
+    if (credit.size() != kCreditBytes) return true;
+    if (!notes.begun) {
+        notes.begun = 1;
+        return Note(credit[0]);  // whatever came before is not this program's
+    }
+    if (credit[0] == 0 && notes.lastEvent != 0) {
+        std::printf("the acceptor has started anew: what it had not told is lost\n");
+        return Note(0);
+    }
+    return TakeEvents(credit);
 }
 
 bool Acceptor::PrintCoins() {
+    unsigned status = kNothingNew;
+    if (!TakePolled(status)) return false;
+    if (status == kNoAnswer) {
+        std::fprintf(stderr, "The acceptor does not answer any more.\n");
+        return false;
+    }
+    if (status != kHostWasAway) return true;
+    std::printf("this program was away: now coins are let in again\n");
+    return TakePolled(status) && TakeUntold() && LetCoinsIn();
+}
+
+/** All answers that the board has kept; the status is that of the look that found no more. */
+bool Acceptor::TakePolled(unsigned& status) {
     unsigned char message[256];
     unsigned long length = 0;
-    unsigned status = kNothingNew;
     do {
         if (!board.ReceivePolledMessageEx(kPort, kIndex, message, sizeof message, &length,
                                           &status)) {
             return Complain("The board does not answer any more");
         }
-        if (status == kNoAnswer) {
-            std::fprintf(stderr, "The acceptor does not answer any more.\n");
-            return false;
-        }
-        if (status == kHostWasAway) {
-            std::printf("this program was away: now coins are let in again\n");
-            if (!LetCoinsIn()) return false;
-        }
         if (status == kMessagesWereLost) std::printf("messages were lost; the counter tells\n");
         const Bytes frame(message, message + length);
         if (IsAnswer(frame) && length == kFrameBytes + kCreditBytes &&
-            !PrintEvents(Bytes(frame.begin() + 4, frame.end() - 1))) {
+            !TakeEvents(Bytes(frame.begin() + 4, frame.end() - 1))) {
             return false;
         }
     } while (length > 0);
@@ -220,39 +293,50 @@ bool Acceptor::End() {
     }
     Bytes answer;
     if (!Ask(kModifyMasterInhibit, {0}, answer) || !Ask(kReadCredit, {}, answer)) return false;
-    return answer.size() != kCreditBytes || PrintEvents(answer);
+    return answer.size() != kCreditBytes || TakeEvents(answer);
 }
 
 /** The counter, not the list, says what is new: no coin is missed silently or counted twice. */
-bool Acceptor::PrintEvents(const Bytes& credit) {
+bool Acceptor::TakeEvents(const Bytes& credit) {
     const unsigned event = credit[0];
-    if (event == 0 && lastEvent != 0) {
+    if (event == 0 && notes.lastEvent != 0) {
         std::fprintf(stderr, "The acceptor has started anew, and lets no coin in.\n");
         return false;
     }
-    const unsigned fresh = event > lastEvent
-                               ? event - lastEvent
-                               : (event + kLastEventNumber - lastEvent) % kLastEventNumber;
-    lastEvent = event;
-    if (fresh > kEventsTold) {
-        std::printf("%u events are lost: they came too fast\n", fresh - kEventsTold);
+    const unsigned fresh = (event + kLastEventNumber - notes.lastEvent) % kLastEventNumber;
+    // Half a turn and more: an answer from before the latest one that was asked for by hand.
+    if (fresh == 0 || fresh > kLastEventNumber / 2) return true;
+
+    const unsigned told = std::min(fresh, kEventsTold);
+    Bytes freshCoins;
+    for (unsigned i = told; i > 0; --i) {  // the latest event stands first
+        const unsigned char coin = credit[2 * i - 1];
+        if (coin != 0) freshCoins.push_back(coin);  // else an error of the acceptor
     }
-    // The latest event stands first.
-    for (unsigned i = std::min(fresh, kEventsTold); i > 0; --i) {
-        const unsigned coin = credit[2 * i - 1];
-        if (coin == 0) continue;  // an error of the acceptor, not a coin
-        ++coins;
+    coins += static_cast<unsigned>(freshCoins.size());
+    notes.coins += static_cast<unsigned>(freshCoins.size());
+    notes.missed += fresh - told;
+    if (!Note(event)) return false;
+
+    if (fresh > told) std::printf("%u events are lost: they came too fast\n", fresh - told);
+    for (const unsigned char coin : freshCoins)
         std::printf("coin %u\n", coin);
-    }
     std::fflush(stdout);
     return true;
+}
+
+bool Acceptor::Note(unsigned event) {
+    notes.lastEvent = event;
+    return notes.Save() || Complain("The coins cannot be noted");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const double seconds = argc > 1 ? std::strtod(argv[1], nullptr) : 10;
-    const int device = argc > 2 ? static_cast<int>(std::strtol(argv[2], nullptr, 10)) : 0;
+    Arguments arguments(argc, argv, kHelp);
+    const double seconds = arguments.Seconds("SECONDS", 10);
+    const int device = arguments.Device();
+    arguments.End();
 
     MarvaneUSB board;
     if (!board.InitPort(device)) {

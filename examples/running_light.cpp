@@ -1,18 +1,28 @@
 /**
  * @file running_light.cpp
  * @brief Lets one lit lamp run over outputs 0 to 7, whatever other programs do with the rest.
- *
- * Usage: running_light [rounds] [device number]. Any number of programs may drive lamps of one
- * board at once: each changes only its own.
  */
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <thread>
 
+#include "arguments.h"
 #include "marvaneusb.h"
 
 namespace {
+
+// clang-format off
+constexpr const char* kHelp =
+    "Lets one lit lamp run over outputs 0 to 7. Any number of programs may drive lamps of one\n"
+    "board at once: each changes only its own.\n"
+    "\n"
+    "Usage: running_light [ROUNDS [DEVICE]]\n"
+    "  ROUNDS  how often it runs over them, 0 to 1000000000 (1)\n"
+    "  DEVICE  number of the board, 0 to 15 (0)\n"
+    "Example: marvane-sim --board k44 -- running_light 3\n"
+    "\n"
+    "Exit status: 0 done, 1 the board failed, 2 the arguments are wrong\n";
+// clang-format on
 
 constexpr unsigned kLampCount = 8;
 
@@ -26,16 +36,18 @@ bool Light(MarvaneUSB& board, unsigned lamp, bool on) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const int rounds = argc > 1 ? std::atoi(argv[1]) : 1;
-    const int number = argc > 2 ? std::atoi(argv[2]) : 0;
+    Arguments arguments(argc, argv, kHelp);
+    const unsigned rounds = arguments.Whole("ROUNDS", 1'000'000'000, 1);
+    const int device = arguments.Device();
+    arguments.End();
 
     MarvaneUSB board;
-    if (!board.InitPort(number)) {
-        std::fprintf(stderr, "Board %d could not be opened (code %d).\n", number,
+    if (!board.InitPort(device)) {
+        std::fprintf(stderr, "Board %d could not be opened (code %d).\n", device,
                      board.GetLastError());
         return 1;
     }
-    for (int round = 0; round < rounds; ++round) {
+    for (unsigned round = 0; round < rounds; ++round) {
         for (unsigned lamp = 0; lamp < kLampCount; ++lamp) {
             if (!Light(board, lamp, true)) return 1;
             std::this_thread::sleep_for(std::chrono::milliseconds(50));

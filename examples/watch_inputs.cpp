@@ -1,19 +1,29 @@
 /**
  * @file watch_inputs.cpp
  * @brief Opens the first board, prints what it is and its inputs, and then every change.
- *
- * Usage: watch_inputs [seconds]. Without a time it runs until it is interrupted or the board is
- * unplugged.
  */
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <thread>
 
+#include "arguments.h"
 #include "marvaneusb.h"
 
 namespace {
+
+// clang-format off
+constexpr const char* kHelp =
+    "Opens the first board, prints what it is and its inputs, and then every change.\n"
+    "\n"
+    "Usage: watch_inputs [SECONDS]\n"
+    "  SECONDS  ends after so long (when it is interrupted, or the board is unplugged)\n"
+    "Example: marvane-sim --board k44 -- watch_inputs 60\n"
+    "\n"
+    "Exit status: 0 done, 1 the board failed, 2 the arguments are wrong\n";
+// clang-format on
+
+constexpr double kForEver = 1e9;  // seconds
 
 volatile std::sig_atomic_t interrupted = 0;
 
@@ -50,7 +60,9 @@ void PrintChanges(const usbInput& before, const usbInput& now) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const double seconds = argc > 1 ? std::atof(argv[1]) : 1e9;
+    Arguments arguments(argc, argv, kHelp);
+    const double seconds = arguments.Seconds("SECONDS", kForEver);
+    arguments.End();
     std::signal(SIGINT, [](int) { interrupted = 1; });
 
     MarvaneUSB board;
