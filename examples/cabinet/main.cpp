@@ -44,7 +44,6 @@ void Play(Machine& machine, unsigned rounds, std::chrono::duration<double> patie
     while (machine.IsBusy() ||
            (machine.RoundsPlayed() < rounds && Clock::now() < lastEvent + patience)) {
         if (machine.Pass()) lastEvent = Clock::now();
-        std::fflush(stdout);
         std::this_thread::sleep_for(kLookAgainAfter);
     }
     machine.End();
@@ -65,11 +64,11 @@ int main(int argc, char** argv) {
                      board.GetLastError());
         return kBoardFailed;
     }
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // seen at once, in a file, too
     Machine machine(board, stdout);
     try {
         Play(machine, rounds, patience);
     } catch (const BoardError& error) {
-        std::fflush(stdout);
         std::fprintf(stderr, "The machine stops: %s.\n", error.what());
         machine.PrintState(stderr);
         return kBoardFailed;
