@@ -11,7 +11,7 @@
 #include <cstring>
 #include <string>
 
-constexpr int kWrongUsage = 2;  // exit status
+constexpr int kWrongUsage = 64;  // exit status, as sysexits.h has it
 constexpr unsigned kHighestDevice = 15;
 
 /** Takes one argument after the other; each may be left out together with those behind it. */

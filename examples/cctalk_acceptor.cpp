@@ -20,6 +20,7 @@
 #include "arguments.h"
 #include "kept_record.h"
 #include "marvaneusb.h"
+#include "why.h"
 
 namespace {
 
@@ -32,7 +33,7 @@ constexpr const char* kHelp =
     "  DEVICE   number of the board, 0 to 15 (0)\n"
     "Example: marvane-sim --board k44:serial0=cctalk -- cctalk_acceptor 60\n"
     "\n"
-    "Exit status: 0 done, 1 the board or the acceptor failed, 2 the arguments are wrong\n";
+    "Exit status: 0 done, 1 the board or the acceptor failed, 64 the arguments are wrong\n";
 // clang-format on
 
 using Clock = std::chrono::steady_clock;
@@ -129,7 +130,7 @@ public:
 
 private:
     bool Complain(const char* what) const {
-        std::fprintf(stderr, "%s (code %d).\n", what, board.GetLastError());
+        std::fprintf(stderr, "%s: %s.\n", what, Why().c_str());
         return false;
     }
     bool ConfigurePort();
@@ -340,8 +341,7 @@ int main(int argc, char** argv) {
 
     MarvaneUSB board;
     if (!board.InitPort(device)) {
-        std::fprintf(stderr, "Board %d could not be opened (code %d).\n", device,
-                     board.GetLastError());
+        std::fprintf(stderr, "Board %d could not be opened: %s.\n", device, Why().c_str());
         return 1;
     }
     Acceptor acceptor(board);

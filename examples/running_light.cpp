@@ -8,6 +8,7 @@
 
 #include "arguments.h"
 #include "marvaneusb.h"
+#include "why.h"
 
 namespace {
 
@@ -21,7 +22,7 @@ constexpr const char* kHelp =
     "  DEVICE  number of the board, 0 to 15 (0)\n"
     "Example: marvane-sim --board k44 -- running_light 3\n"
     "\n"
-    "Exit status: 0 done, 1 the board failed, 2 the arguments are wrong\n";
+    "Exit status: 0 done, 1 the board failed, 64 the arguments are wrong\n";
 // clang-format on
 
 constexpr unsigned kLampCount = 8;
@@ -29,7 +30,7 @@ constexpr unsigned kLampCount = 8;
 bool Light(MarvaneUSB& board, unsigned lamp, bool on) {
     const auto output = static_cast<_usbOutputBitId>(lamp);
     if (board.SetOutputBit(output, on ? 1 : 0)) return true;
-    std::fprintf(stderr, "Lamp %u could not be switched (code %d).\n", lamp, board.GetLastError());
+    std::fprintf(stderr, "Lamp %u could not be switched: %s.\n", lamp, Why().c_str());
     return false;
 }
 
@@ -43,8 +44,7 @@ int main(int argc, char** argv) {
 
     MarvaneUSB board;
     if (!board.InitPort(device)) {
-        std::fprintf(stderr, "Board %d could not be opened (code %d).\n", device,
-                     board.GetLastError());
+        std::fprintf(stderr, "Board %d could not be opened: %s.\n", device, Why().c_str());
         return 1;
     }
     for (unsigned round = 0; round < rounds; ++round) {

@@ -9,6 +9,7 @@
 
 #include "arguments.h"
 #include "marvaneusb.h"
+#include "why.h"
 
 namespace {
 
@@ -20,7 +21,7 @@ constexpr const char* kHelp =
     "  SECONDS  ends after so long (when it is interrupted, or the board is unplugged)\n"
     "Example: marvane-sim --board k44 -- watch_inputs 60\n"
     "\n"
-    "Exit status: 0 done, 1 the board failed, 2 the arguments are wrong\n";
+    "Exit status: 0 done, 1 the board failed, 64 the arguments are wrong\n";
 // clang-format on
 
 constexpr double kForEver = 1e9;  // seconds
@@ -67,13 +68,12 @@ int main(int argc, char** argv) {
 
     MarvaneUSB board;
     if (!board.init(0)) {
-        std::fprintf(stderr, "No board could be opened (code %d). Is one plugged in?\n",
-                     board.GetLastError());
+        std::fprintf(stderr, "No board could be opened: %s.\n", Why().c_str());
         return 1;
     }
     usbInput inputs;
     if (!board.GetInputs(&inputs)) {
-        std::fprintf(stderr, "The inputs could not be read (code %d).\n", board.GetLastError());
+        std::fprintf(stderr, "The inputs could not be read: %s.\n", Why().c_str());
         return 1;
     }
     PrintBoard(board);
@@ -84,8 +84,7 @@ int main(int argc, char** argv) {
     while (!interrupted && std::chrono::steady_clock::now() < end) {
         usbInput now;
         if (!board.GetInputs(&now)) {
-            std::fprintf(stderr, "The board does not answer any more (code %d).\n",
-                         board.GetLastError());
+            std::fprintf(stderr, "The board does not answer any more: %s.\n", Why().c_str());
             return 1;
         }
         PrintChanges(inputs, now);

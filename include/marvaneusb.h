@@ -972,8 +972,31 @@ public:
      * @name Pulsed inputs and parallel hoppers
      *
      * The board counts pulses and pays out coins by itself; checks, counters and releases are its
-     * state. The library keeps only which inputs are configured: per opening of a board, until it
-     * is closed.
+     * state, and go on when a program dies. The library keeps only which inputs are configured: per
+     * opening of a board, until it is closed.
+     *
+     * No operation is repeated or undone, so a program that deals in coins writes down, where a
+     * crash does not reach it (battery-backed SRAM, in one exchange), what it is about to do, and
+     * after a restart, or a failed exchange, compares that with what the board says.
+     *
+     * Coins in: ConfigurePulsedInput, BeginPulsedInputCheck, then ReadPulsedInputCounter again and
+     * again. The counter is one byte: it counts modulo 256, so look before another 256 coins have
+     * come. Write down the new credit and how much of the counter it covers, both in one write;
+     * only then may coins be taken off the counter (DecrementPulsedInputCounter, one each, or
+     * ResetPulsedInputCounter). A crash before the write: the coins are still on the counter. After
+     * it: the note says which of them are credited. Of a decrement whose reply never came nobody
+     * can tell whether it was done if coins may have come since: a program that must be exact then,
+     * too, lets the counter run, credits the difference to its note, and empties the counter only
+     * where the counter far below its note can mean nothing else. examples/cabinet does so.
+     *
+     * Coins out: the count of GetParallelHopperStatus is one byte as well, about the latest release:
+     * release 255 coins at most at a time. Write down what is owed. Release 0 coins, write down
+     * that nothing of this payout has been taken off yet, then release the real number; take off
+     * what is owed what the count exceeds the note by, and write both down in one write. The count
+     * never belongs to another payout than the note: a crash between any two steps pays nothing
+     * twice. A status that could not be read says nothing about the payout, which goes on: read it
+     * again, and begin no other one before the board says that it has ended. What the bytes mean,
+     * and whether a release of 0 resets the count, is the firmware's; on simulated boards it does.
      */
     /// @{
 

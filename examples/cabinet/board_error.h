@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "marvaneusb.h"
+#include "why.h"
 
 class BoardError : public std::runtime_error {
 public:
@@ -16,10 +16,8 @@ public:
 };
 
 /** For the result of an operation, on the thread that called it: throws unless it succeeded. */
-inline void Require(int result, MarvaneUSB& board, const char* what) {
-    if (result != 0) return;
-    throw BoardError(std::string(what) + " failed with code " +
-                     std::to_string(board.GetLastError()));
+inline void Require(int result, const char* what) {
+    if (result == 0) throw BoardError(std::string(what) + " failed: " + Why());
 }
 
 #endif  // BOARD_ERROR_H

@@ -28,10 +28,10 @@ constexpr unsigned kEmptyFrom = 128;  // half of what the counter holds
 // Without power a board forgets counter and settings, and then counts nothing before it is told to:
 // its counter is looked at between the two, while it is sure to be below the note.
 void CoinInput::Begin() {
-    Require(board.ConfigurePulsedInput(kCoinInput, kShortestPulseMs, kPulseIsHigh), board,
+    Require(board.ConfigurePulsedInput(kCoinInput, kShortestPulseMs, kPulseIsHigh),
             "configuring the coin input");
     Take();
-    Require(board.BeginPulsedInputCheck(kCoinInput), board, "beginning to count coins");
+    Require(board.BeginPulsedInputCheck(kCoinInput), "beginning to count coins");
 }
 
 unsigned CoinInput::Take() {
@@ -49,7 +49,7 @@ unsigned CoinInput::Take() {
 
 unsigned CoinInput::Count() {
     unsigned char count = 0;
-    Require(board.ReadPulsedInputCounter(kCoinInput, &count), board, "reading the coin counter");
+    Require(board.ReadPulsedInputCounter(kCoinInput, &count), "reading the coin counter");
     return count;
 }
 
@@ -58,9 +58,9 @@ unsigned CoinInput::Count() {
 void CoinInput::EmptyCounter() {
     const auto begin = std::chrono::steady_clock::now();
     unsigned coinPasses = 0;
-    Require(board.GetInputBit(kCoinInput, &coinPasses), board, "looking at the coin input");
+    Require(board.GetInputBit(kCoinInput, &coinPasses), "looking at the coin input");
     if (coinPasses != 0 || Count() != ledger.counted) return;  // the next pass tries again
-    Require(board.ResetPulsedInputCounter(kCoinInput), board, "emptying the coin counter");
+    Require(board.ResetPulsedInputCounter(kCoinInput), "emptying the coin counter");
     if (std::chrono::steady_clock::now() - begin > std::chrono::milliseconds(kShortestPulseMs)) {
         std::fprintf(stderr, "Emptying the coin counter took long: a coin may be missing.\n");
     }
@@ -72,14 +72,13 @@ void Hopper::Release(unsigned coins) {
     Require(board.ReleaseParallelHopperCoins(kHopperInput, kShortestPulseMs, kPulseIsHigh,
                                              kHopperOutput, static_cast<unsigned short>(coins),
                                              kPayWithoutPause),
-            board, "paying from the hopper");
+            "paying from the hopper");
 }
 
 Hopper::Report Hopper::Follow() {
     ReleaseHopperCoinsStatus status = kHopperPays;
     unsigned char paid = 0;
-    Require(board.GetParallelHopperStatus(kHopperInput, &status, &paid), board,
-            "looking at the hopper");
+    Require(board.GetParallelHopperStatus(kHopperInput, &status, &paid), "looking at the hopper");
     if (status == kHopperPays) return {State::kPays, paid};
     return {status == kHopperHasPaid ? State::kHasPaid : State::kStuck, paid};
 }

@@ -9,7 +9,7 @@
 void Lamps::AllOff() {
     states.fill(LampState::kOff);
     unsigned char outputs[5] = {};
-    Require(board.SetOutputs(outputs), board, "switching all outputs off");
+    Require(board.SetOutputs(outputs), "switching all outputs off");
 }
 
 void Lamps::Set(Lamp lamp, LampState state) {
@@ -19,14 +19,13 @@ void Lamps::Set(Lamp lamp, LampState state) {
 
     const _usbOutputBitId output = kLamps[number].output;
     if (state != LampState::kBlinking) {
-        Require(board.SetOutputBit(output, state == LampState::kOn ? 1 : 0), board,
-                "switching a lamp");
+        Require(board.SetOutputBit(output, state == LampState::kOn ? 1 : 0), "switching a lamp");
         return;
     }
     const auto byte = static_cast<_usbOutputId>(output / 8);
     const int bit = static_cast<int>(output % 8);
-    Require(board.SetOffPeriodOutputBit(byte, bit, 0), board, "letting a lamp blink");
-    Require(board.SetOnPeriodOutputBit(byte, bit, 1), board, "letting a lamp blink");
+    Require(board.SetOffPeriodOutputBit(byte, bit, 0), "letting a lamp blink");
+    Require(board.SetOnPeriodOutputBit(byte, bit, 1), "letting a lamp blink");
 }
 
 std::string Lamps::Describe() const {

@@ -17,7 +17,7 @@ Ledger::Ledger(MarvaneUSB& usedBoard) : board(usedBoard), record(usedBoard, kAdd
 
 void Ledger::Load() {
     KeptRecord<kNumbers>::Numbers numbers{};
-    Require(record.Load(numbers), board, "reading the ledger");
+    Require(record.Load(numbers), "reading the ledger");
     credit = numbers[0];
     stake = numbers[1];
     owed = numbers[2];
@@ -26,5 +26,5 @@ void Ledger::Load() {
 }
 
 void Ledger::Save() {
-    Require(record.Save({credit, stake, owed, paid, counted}), board, "writing the ledger");
+    Require(record.Save({credit, stake, owed, paid, counted}), "writing the ledger");
 }

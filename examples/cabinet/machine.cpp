@@ -38,7 +38,7 @@ Machine::Machine(MarvaneUSB& openBoard, std::FILE* whatHappens)
 void Machine::Begin() {
     lamps.AllOff();
     reels.Configure();
-    Require(board.EnableRandomNumberGenerator(0), board, "switching on the random numbers");
+    Require(board.EnableRandomNumberGenerator(0), "switching on the random numbers");
 
     ledger.Load();
     std::fprintf(out, "from last time: credit %u, %u coins owed\n", ledger.credit, ledger.owed);
@@ -108,7 +108,7 @@ Line Machine::Draw() {
     Line line{};
     for (unsigned& symbol : line) {
         unsigned short number = 0;
-        Require(board.GetRandomNumber(&number), board, "drawing a random number");
+        Require(board.GetRandomNumber(&number), "drawing a random number");
         symbol = number % kSymbolCount;
     }
     return line;

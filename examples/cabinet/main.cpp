@@ -12,6 +12,7 @@
 #include "arguments.h"
 #include "board_error.h"
 #include "machine.h"
+#include "why.h"
 
 namespace {
 
@@ -30,12 +31,12 @@ constexpr const char* kHelp =
     "Exit status:\n"
     "  0  all that was won is paid\n"
     "  1  the board failed; nothing is lost, and the next start goes on where this one was\n"
-    "  2  the arguments are wrong\n"
-    "  3  the hopper did not pay all: coins are owed\n";
+    "  2  the hopper did not pay all: coins are owed\n"
+    "  64 the arguments are wrong\n";
 // clang-format on
 
 constexpr int kBoardFailed = 1;
-constexpr int kCoinsAreOwed = 3;
+constexpr int kCoinsAreOwed = 2;
 constexpr auto kLookAgainAfter = std::chrono::milliseconds(10);
 
 void Play(Machine& machine, unsigned rounds, std::chrono::duration<double> patience) {
@@ -60,8 +61,7 @@ int main(int argc, char** argv) {
 
     MarvaneUSB board;
     if (!board.InitPort(device)) {
-        std::fprintf(stderr, "Board %d could not be opened (code %d).\n", device,
-                     board.GetLastError());
+        std::fprintf(stderr, "Board %d could not be opened: %s.\n", device, Why().c_str());
         return kBoardFailed;
     }
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // seen at once, in a file, too

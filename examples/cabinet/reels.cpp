@@ -13,11 +13,10 @@ constexpr unsigned kStepsOfSymbol = kStepsOfTurn / kSymbolCount;
 }  // namespace
 
 void Reels::Configure() {
-    Require(board.ConfigureReelsEx(kReelCount, kStepsOfTurn, kMsOfStep), board,
-            "configuring the reels");
+    Require(board.ConfigureReelsEx(kReelCount, kStepsOfTurn, kMsOfStep), "configuring the reels");
     for (unsigned char reel = 0; reel < kReelCount; ++reel) {
-        Require(board.SpinRampUp(reel, kRampUp), board, "telling the ramp up");
-        Require(board.SpinRampDown(reel, kRampDown), board, "telling the ramp down");
+        Require(board.SpinRampUp(reel, kRampUp), "telling the ramp up");
+        Require(board.SpinRampDown(reel, kRampDown), "telling the ramp down");
     }
 }
 
@@ -28,7 +27,7 @@ void Reels::Spin(const Line& line) {
         const unsigned position = status.word1[reel] % kStepsOfTurn;
         const unsigned ahead = (target + kStepsOfTurn - position) % kStepsOfTurn;
         const unsigned steps = (1U + reel) * kStepsOfTurn + ahead;
-        Require(board.SpinReels(reel, kSpinStepsForward, static_cast<unsigned short>(steps)), board,
+        Require(board.SpinReels(reel, kSpinStepsForward, static_cast<unsigned short>(steps)),
                 "spinning a reel");
     }
 }
@@ -51,6 +50,6 @@ Line Reels::Shown() {
 
 ReelStatusEx Reels::Status() {
     ReelStatusEx status{};
-    Require(board.GetReelStatusEx(&status), board, "looking at the reels");
+    Require(board.GetReelStatusEx(&status), "looking at the reels");
     return status;
 }

@@ -20,12 +20,12 @@ public:
     /** Since it was asked last; the first time only finds out how the button stands. */
     bool WasPressed() {
         usbInput changes = {};
-        Require(board.GetChangedInputs(&changes), board, "asking for changed inputs");
+        Require(board.GetChangedInputs(&changes), "asking for changed inputs");
         const bool changed = (changes.bytes[kStartButton / 8] >> kStartButton % 8 & 1) != 0;
         if (!changed && isKnown) return false;
 
         unsigned level = 0;
-        Require(board.GetInputBit(kStartButton, &level), board, "looking at the start button");
+        Require(board.GetInputBit(kStartButton, &level), "looking at the start button");
         const bool wasDown = std::exchange(isDown, level != 0);
         return std::exchange(isKnown, true) && (isDown || !wasDown);
     }

@@ -29,7 +29,7 @@ TEST(ExamplesTest, HelpIsGivenAndWrongArgumentsAreRefusedBeforeAnyBoardIsLookedF
         Words words = {PathOf(name)};
         words.insert(words.end(), c.arguments.begin(), c.arguments.end());
         const Finished refused = RunProgram(words);
-        EXPECT_EQ(refused.status, 2) << name;
+        EXPECT_EQ(refused.status, 64) << name;
         EXPECT_EQ(refused.complaints.rfind(name + ": " + c.complaint + "; ", 0), 0U)
             << refused.complaints;
 

@@ -1,16 +1,22 @@
 /**
  * @file each_call_test.cpp
- * @brief Processes that are killed, or that stop, after each of their System V calls in turn:
- * whoever comes next, or works meanwhile, is not disturbed.
+ * @brief Processes that are killed, or that stop, after each of their System V calls in turn, and
+ * at each instruction while they make the segment: whoever comes next, or works meanwhile, is not
+ * disturbed.
  */
 #include <gtest/gtest.h>
+#include <sys/ptrace.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <functional>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "children.h"
 #include "loaded_library.h"
@@ -195,6 +201,52 @@ TEST_F(EachCallTest, WhoLoadsWhileAnotherLoadsOrLeavesIsServed) {
             ExpectNothingIsLeft();
         }
     }
+}
+
+/** What is in the segment after each instruction of a process that makes it and loads. */
+std::vector<ByteString> ContentsWhileLoading() {
+    const pid_t process = fork();
+    if (process == 0) {
+        ptrace(PTRACE_TRACEME);
+        raise(SIGSTOP);
+        LoadedLibrary library;
+        raise(SIGSTOP);
+        _exit(0);
+    }
+    int status = 0;
+    const auto stopped = [&] {
+        return waitpid(process, &status, 0) == process && WIFSTOPPED(status);
+    };
+    EXPECT_TRUE(stopped());
+    while (FindSegment() == -1) {
+        ptrace(PTRACE_SYSCALL, process, 0, 0);
+        if (!stopped()) throw std::runtime_error("it ended");
+    }
+    const SegmentView view;
+    constexpr std::size_t kUsed = 136 + 40 * 128;
+    std::vector<ByteString> contents = {view.All()};
+    while (ptrace(PTRACE_SINGLESTEP, process, 0, 0) == 0 && stopped() &&
+           WSTOPSIG(status) == SIGTRAP) {
+        if (std::memcmp(view.bytes, contents.back().data(), kUsed) == 0) continue;
+        contents.push_back(view.All());
+    }
+    kill(process, SIGKILL);
+    waitpid(process, &status, 0);
+    return contents;
+}
+
+TEST_F(EachCallTest, WhoeverComesAfterAProcessKilledAtAnyInstructionOfItsLoadIsServed) {
+    const std::vector<ByteString> contents = ContentsWhileLoading();
+    EXPECT_GT(contents.size(), 20U) << "the steps are not seen";
+    EXPECT_EQ(FirstDifference(contents.back(), SegmentInUse(1)), "");
+    for (std::size_t step = 0; step < contents.size() && !HasFailure(); ++step) {
+        SCOPED_TRACE("after change " + std::to_string(step));
+        Sweep();
+        MakeSegment(contents[step]);
+        EXPECT_EQ(StatusOf([] { return UseEverything(); }), kAll);
+        EXPECT_EQ(FindSegment(), -1);
+    }
+    Sweep();
 }
 
 }  // namespace
