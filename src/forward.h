@@ -8,14 +8,10 @@
 #include "kbase_implementation.h"
 
 /** With no board open an operation yields 0 and leaves the last error alone. */
-inline int FailWithoutBoard() {
-    LastFailure::Note({.kind = Failure::Kind::kNoBoard});
-    return 0;
-}
-
 template <auto operation, class... Arguments>
 int Forward(KBaseImplementation* board, Arguments... arguments) {
-    return board == nullptr ? FailWithoutBoard() : (board->*operation)(arguments...);
+    return board == nullptr ? KBaseImplementation::FailWithoutBoard()
+                            : (board->*operation)(arguments...);
 }
 
 #endif  // FORWARD_H

@@ -19,11 +19,13 @@ int MarvaneUSB::PerformUSBIO(unsigned char command, int channel, unsigned char* 
 }
 
 int MarvaneUSB::GetInputs(unsigned char* inputs) {
-    return implementation == nullptr ? FailWithoutBoard() : implementation->GetInputs(inputs);
+    return implementation == nullptr ? KBaseImplementation::FailWithoutBoard()
+                                     : implementation->GetInputs(inputs);
 }
 
 int MarvaneUSB::GetInputs(usbInput* inputs) {
-    return implementation == nullptr ? FailWithoutBoard() : implementation->GetInputs(inputs);
+    return implementation == nullptr ? KBaseImplementation::FailWithoutBoard()
+                                     : implementation->GetInputs(inputs);
 }
 
 int MarvaneUSB::GetInputBit(_usbInputBitId inputBit, unsigned int* value) {

@@ -47,6 +47,37 @@ void KBaseImplementation::decrementReferenceCount() {
     delete this;
 }
 
+int KBaseImplementation::Fail(_usbErrorCode code) {
+    return Fail({.kind = Failure::Kind::kCode, .code = code});
+}
+
+int KBaseImplementation::Fail(const Failure& failure) {
+    error_no = failure.code;
+    LastFailure::Note(failure);
+    return 0;
+}
+
+int KBaseImplementation::FailWithout(const SharedObject& missing) {
+    return Fail({.kind = Failure::Kind::kNoSharedState,
+                 .code = USB_ERR_NOT_CONFIGURED,
+                 .missing = &missing});
+}
+
+int KBaseImplementation::FailWithoutBoard() {
+    LastFailure::Note({.kind = Failure::Kind::kNoBoard});
+    return 0;
+}
+
+int KBaseImplementation::FailExchange(Failure::Kind kind, int code, unsigned char command,
+                                      int channel, int systemError) const {
+    return Fail({.kind = kind,
+                 .command = command,
+                 .code = code,
+                 .channel = channel,
+                 .deviceNo = deviceNo,
+                 .systemError = systemError});
+}
+
 int KBaseImplementation::PerformUSBIO(unsigned char /*command*/, int /*channel*/,
                                       unsigned char* /*in*/, unsigned long /*inLen*/,
                                       unsigned char* /*out*/, unsigned long* /*outLen*/) {

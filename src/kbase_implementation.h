@@ -214,32 +214,19 @@ public:
     static int SetupErrorHandling() { return ClearErrors(); }
     static void ReleaseErrorHandling() {}
 
+    // Out of the way of what succeeds.
+
     /** Names the failure and yields the result of the operation that failed. */
-    static int Fail(_usbErrorCode code) {
-        return Fail({.kind = Failure::Kind::kCode, .code = code});
-    }
+    [[gnu::cold]] static int Fail(_usbErrorCode code);
     /** Likewise, with all that is known of it. */
-    static int Fail(const Failure& failure) {
-        error_no = failure.code;
-        LastFailure::Note(failure);
-        return 0;
-    }
+    [[gnu::cold]] static int Fail(const Failure& failure);
     /** That an object which processes share, or its lock, is not to be had. */
-    static int FailWithout(const SharedObject& missing) {
-        return Fail({.kind = Failure::Kind::kNoSharedState,
-                     .code = USB_ERR_NOT_CONFIGURED,
-                     .missing = &missing});
-    }
+    [[gnu::cold]] static int FailWithout(const SharedObject& missing);
+    /** That no board is open; the last error stays. */
+    [[gnu::cold]] static int FailWithoutBoard();
     /** For an exchange of this board. */
-    int FailExchange(Failure::Kind kind, int code, unsigned char command, int channel,
-                     int systemError = 0) const {
-        return Fail({.kind = kind,
-                     .command = command,
-                     .code = code,
-                     .channel = channel,
-                     .deviceNo = deviceNo,
-                     .systemError = systemError});
-    }
+    [[gnu::cold]] int FailExchange(Failure::Kind kind, int code, unsigned char command, int channel,
+                                   int systemError = 0) const;
 
 protected:
     friend class MarvaneUSB;

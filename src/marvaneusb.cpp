@@ -17,7 +17,6 @@
 #include <string_view>
 
 #include "failure.h"
-#include "forward.h"
 #include "k40_implementation.h"
 #include "k44_implementation.h"
 #include "k50_implementation.h"
@@ -285,7 +284,7 @@ int MarvaneUSB::InitUSBBoard(unsigned char boardId) {
 }
 
 int MarvaneUSB::DownloadHiCode() {
-    if (implementation == nullptr) return FailWithoutBoard();
+    if (implementation == nullptr) return KBaseImplementation::FailWithoutBoard();
 
     Reply status;
     if (!implementation->Exchange(commands::kFirmwareStatus, status)) return 0;
