@@ -8,25 +8,16 @@
 
 #include "key_file.h"
 #include "mutex.h"
-#include "shared_order.h"
 #include "shared_use.h"
 
-namespace {
-
-/** Lives as long as the library is loaded. */
-class ForkWatch {
-public:
-    ForkWatch() {
-        // No key file is opened or closed meanwhile: the child must know which ones to close.
-        pthread_atfork(OpenKeyFiles::HoldStill, OpenKeyFiles::GoOn, Forks::CountInChild);
-    }
-};
-
-MARVANE_INIT_BEFORE_HANDLES const ForkWatch watch;
-
-}  // namespace
-
 constinit std::atomic<int> Forks::count = 0;
+
+void Forks::Watch() {
+    // No key file is opened or closed meanwhile: the child must know which ones to close.
+    static const int registered =
+        pthread_atfork(OpenKeyFiles::HoldStill, OpenKeyFiles::GoOn, CountInChild);
+    static_cast<void>(registered);
+}
 
 void Forks::CountInChild() {
     const int forks = Count() + 1;

@@ -14,12 +14,18 @@
 
 class Forks {
 public:
-    /** Counts from before the first shared object is attached. */
     static int Count() { return count.load(std::memory_order_relaxed); }
 
-    static void CountInChild();
+    /**
+     * Counts from now on, whoever says so first: with the first key file that is opened. Not before
+     * it is: whatever takes part in that open has its own handlers by then, so that at a fork, as
+     * at an open, our lock comes before its.
+     */
+    static void Watch();
 
 private:
+    static void CountInChild();
+
     static std::atomic<int> count;
 };
 

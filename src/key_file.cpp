@@ -179,6 +179,7 @@ int OpenKeyFiles::Open(const char* path) {
     const Guarded guarded;
     const int descriptor = OpenKeyFile(path);
     if (descriptor >= 0) Replace(kEmpty, descriptor + 1);
+    Forks::Watch();
     return descriptor;
 }
 

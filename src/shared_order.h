@@ -8,7 +8,6 @@
 #ifndef SHARED_ORDER_H
 #define SHARED_ORDER_H
 
-#define MARVANE_INIT_BEFORE_HANDLES [[gnu::init_priority(200)]]
 #define MARVANE_INIT_SERIAL_HANDLE [[gnu::init_priority(201)]]
 #define MARVANE_INIT_MAIN_HANDLES [[gnu::init_priority(202)]]
 
