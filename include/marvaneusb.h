@@ -81,15 +81,17 @@
  *   they then stay until somebody removes them (ipcrm), and work all the same.
  * @par Key files
  *   Loading, unloading and joining anew lock them (flock) for less than a millisecond. Whoever may
- *   read one can hold it: a process waits ten seconds at most, then uses what it finds finished,
- *   and creates and removes nothing. DescribeFailure() names the holder.
+ *   read one can hold it: a process waits ten seconds at most for each of the two, then uses what it
+ *   finds finished, and creates and removes nothing. DescribeFailure() names the holder.
  * @par fork and exec
  *   A child may use the objects that it inherits and joins the shared state at its first use of
  *   it. The changed-inputs thread does not exist in the child, and nothing there waits for it.
  *   exec closes the boards' device nodes. What another thread held at that moment the new program
  *   gives back when it loads this library, if it sees /proc and no other copy of the library, or
  *   segment of the same size, in its process; a new program without the library holds the locks
- *   until it ends. The exchange itself may have been done, or not.
+ *   until it ends. The exchange itself may have been done, or not. A signal handler that forks
+ *   ends its child by itself (exec, _exit): a child that returned from the handler would go on with
+ *   the operation that its parent is in, and exchange it a second time.
  */
 #ifndef MARVANEUSB_H
 #define MARVANEUSB_H
@@ -981,22 +983,25 @@ public:
      *
      * Coins in: ConfigurePulsedInput, BeginPulsedInputCheck, then ReadPulsedInputCounter again and
      * again. The counter is one byte: it counts modulo 256, so look before another 256 coins have
-     * come. Write down the new credit and how much of the counter it covers, both in one write;
-     * only then may coins be taken off the counter (DecrementPulsedInputCounter, one each, or
-     * ResetPulsedInputCounter). A crash before the write: the coins are still on the counter. After
-     * it: the note says which of them are credited. Of a decrement whose reply never came nobody
-     * can tell whether it was done if coins may have come since: a program that must be exact then,
-     * too, lets the counter run, credits the difference to its note, and empties the counter only
-     * where the counter far below its note can mean nothing else. examples/cabinet does so.
+     * come. Write down the new credit and how much of the counter it covers, both in one write:
+     * what the counter shows beyond that note is new, wherever the program was killed. So coins
+     * need not be taken off the counter. Where they are, it is after that write, one at a time:
+     * DecrementPulsedInputCounter, then write down the note less 1. After a crash a counter that is
+     * 1 below its note tells that the decrement was done, and one that equals it that it was not,
+     * as long as no coin can have come meanwhile; else the two cannot be told apart.
+     * ResetPulsedInputCounter loses a coin that was counted since the counter was read: only while
+     * none passes. examples/cabinet is exact with coins coming at any time: it lets the counter run,
+     * and empties it only where a counter far below its note can mean nothing else.
      *
      * Coins out: the count of GetParallelHopperStatus is one byte as well, about the latest release:
      * release 255 coins at most at a time. Write down what is owed. Release 0 coins, write down
      * that nothing of this payout has been taken off yet, then release the real number; take off
-     * what is owed what the count exceeds the note by, and write both down in one write. The count
-     * never belongs to another payout than the note: a crash between any two steps pays nothing
-     * twice. A status that could not be read says nothing about the payout, which goes on: read it
-     * again, and begin no other one before the board says that it has ended. What the bytes mean,
-     * and whether a release of 0 resets the count, is the firmware's; on simulated boards it does.
+     * what is owed what the count exceeds the note by, and write down both in one write. A count
+     * below the note takes nothing off: it is that of the release of 0, before its note was
+     * written. A crash between any two steps then pays nothing twice. A status that could not be
+     * read says nothing about the payout, which goes on: read it again, and begin no other one
+     * before the board says that it has ended. What the bytes mean, and whether a release of 0
+     * resets the count, is the firmware's; on simulated boards it does.
      */
     /// @{
 

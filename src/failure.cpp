@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "kbase_shared_implementation.h"
 #include "marvaneusb.h"
 
 namespace {
@@ -24,7 +23,7 @@ constexpr CodeText kCodeTexts[] = {
     {USB_ERR_NONE,              "USB_ERR_NONE: no error"},
     {USB_ERR_BAD_LENGTH,        "USB_ERR_BAD_LENGTH: size of an SPI transfer or SEC frame out of range"},
     {USB_ERR_BAD_CHANNEL,       "USB_ERR_BAD_CHANNEL: a K44 or K50 has no channel above 7"},
-    {USB_ERR_TRANSFER_FAILED,   "USB_ERR_TRANSFER_FAILED: the exchange with the board failed, or a memory read came back empty"},
+    {USB_ERR_TRANSFER_FAILED,   "USB_ERR_TRANSFER_FAILED: the exchange with the board failed, or replies came without their data"},
     {USB_ERR_DATA_TOO_LONG,     "USB_ERR_DATA_TOO_LONG: a reply, message or payload is beyond its fixed limit"},
     {USB_ERR_OUT_OF_RANGE,      "USB_ERR_OUT_OF_RANGE: an argument is outside the range that is accepted"},
     {USB_ERR_BAD_BAUD_RATE,     "USB_ERR_BAD_BAUD_RATE: the serial port does not have this rate"},
@@ -39,12 +38,16 @@ constexpr CodeText kCodeTexts[] = {
 // clang-format on
 
 const char* NameAndMeaning(const Failure& failure) {
-    // The two causes of this code are told apart here.
-    if (failure.code == USB_ERR_NOT_CONFIGURED) {
-        return "USB_ERR_NOT_CONFIGURED: the input, reel or port has not been configured since the "
-               "board was opened";
+    // Causes that have a code in common are told apart here.
+    switch (failure.code) {
+        case USB_ERR_NOT_CONFIGURED:
+            return "USB_ERR_NOT_CONFIGURED: the input, reel or port has not been configured since "
+                   "the board was opened";
+        case USB_ERR_NOT_SUPPORTED_K40:
+            return "USB_ERR_NOT_SUPPORTED_K40: a K40 cannot do this, or its memory ends at 65535";
+        default:
+            return TextOfCode(failure.code);
     }
-    return TextOfCode(failure.code);
 }
 
 const char* HintFor(int driverError) {
@@ -122,6 +125,11 @@ void Failure::Describe(TextLine& line) const {
             AddExchange(line, *this);
             line.Add(": the board's reply is of impossible length");
             return;
+        case Kind::kEmptyReplies:
+            line.Add("USB_ERR_TRANSFER_FAILED: ");
+            AddExchange(line, *this);
+            line.Add(": the board said again and again that more comes, and sent nothing");
+            return;
         case Kind::kStatus:
             line.Add("status %d of the board: ", code);
             AddExchange(line, *this);
@@ -129,7 +137,7 @@ void Failure::Describe(TextLine& line) const {
             return;
         case Kind::kNoSharedState:
             line.Add("USB_ERR_NOT_CONFIGURED: ");
-            missing->DescribeAbsence(line);
+            missing.Describe(line);
             return;
     }
 }

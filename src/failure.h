@@ -10,8 +10,7 @@
 #include <cstdarg>
 
 #include "board_limits.h"
-
-class SharedObject;
+#include "shared_trouble.h"
 
 /** Appends to a text of limited room; counts on when it is full. */
 class TextLine {
@@ -29,6 +28,17 @@ private:
     unsigned long wanted_ = 0;
 };
 
+/** What was not to be had of the shared state. */
+struct Absence {
+    enum class Of : unsigned char { kProcess, kSegment, kObject, kSet };
+
+    void Describe(TextLine& line) const;
+
+    Of of = Of::kProcess;
+    const char* object = "";  // that was wanted
+    Trouble why = {};
+};
+
 /** A failed call, but for openings. */
 struct Failure {
     enum class Kind : unsigned char {
@@ -38,6 +48,7 @@ struct Failure {
         kDriver,         // the driver refused the exchange
         kOtherEcho,      // a K40 answered another command
         kReplyLength,    // a K40's reply is of impossible length
+        kEmptyReplies,   // more was to come, and nothing came
         kStatus,         // the board refused the command
         kNoSharedState,  // an object that processes share, or its lock, is not to be had
     };
@@ -50,7 +61,7 @@ struct Failure {
     int channel = 0;
     int deviceNo = 0;
     int systemError = 0;
-    const SharedObject* missing = nullptr;
+    Absence missing = {};
 };
 
 /** Where opening a board ended. */
@@ -83,12 +94,18 @@ struct OpeningFailure {
 /** The device numbers that one opening tried, and why each failed. */
 class OpeningReport {
 public:
+    /** Of boards that are looked for by their identity. */
+    void SetIdentity(int identity) { identity_ = identity; }
     void Add(const OpeningFailure& failure) {
         if (count_ < kDeviceCount) failures_[count_++] = failure;
     }
     void Describe(TextLine& line) const;
 
 private:
+    static constexpr int kAnyIdentity = -1;
+    [[nodiscard]] const char* WhyNothingIsThere() const;
+
+    int identity_ = kAnyIdentity;
     int count_ = 0;
     OpeningFailure failures_[kDeviceCount];
 };
@@ -104,8 +121,19 @@ public:
         openings = report;
         wasOpening = true;
     }
-    static void Forget() { Note({}); }
     static const Failure& Get() { return last; }
+
+    /** What was noted at a time, for a call that succeeds after some of its steps have failed. */
+    struct Mark {
+        Failure failure;
+        bool wasOpening;
+    };
+    static Mark GetMark() { return {last, wasOpening}; }
+    static void GoBackTo(const Mark& mark) {
+        last = mark.failure;
+        wasOpening = mark.wasOpening;
+    }
+    static void Forget() { Note({}); }
 
     static void Describe(TextLine& line);
 

@@ -8,6 +8,15 @@
 #include "forward.h"
 #include "marvaneusb.h"
 
+namespace {
+
+int FailWithoutSas() {
+    return KBaseImplementation::Fail(
+        {.kind = Failure::Kind::kNoBoard, .code = USB_ERR_NOT_SUPPORTED_K40});
+}
+
+}  // namespace
+
 int MarvaneUSB::SetConfig(_usbSerialPort port, _DCB* dcb, _usbPortType type) {
     return Forward<&KBaseImplementation::SetConfig>(implementation, port, dcb, type);
 }
@@ -97,21 +106,21 @@ int MarvaneUSB::SetTimeoutMessage(_usbSerialPort port, unsigned char* message, u
 }
 
 int MarvaneUSB::SetSASMachineAddress(_usbSerialPort port, unsigned char address) {
-    if (implementation == nullptr) return KBaseImplementation::Fail(USB_ERR_NOT_SUPPORTED_K40);
+    if (implementation == nullptr) return FailWithoutSas();
     return implementation->SetSASMachineAddress(port, address);
 }
 
 int MarvaneUSB::SetSASAutoReply(_usbSerialPort port, unsigned int mode, unsigned char value) {
-    if (implementation == nullptr) return KBaseImplementation::Fail(USB_ERR_NOT_SUPPORTED_K40);
+    if (implementation == nullptr) return FailWithoutSas();
     return implementation->SetSASAutoReply(port, mode, value);
 }
 
 int MarvaneUSB::SetSASBusy(_usbSerialPort port, unsigned int mode) {
-    if (implementation == nullptr) return KBaseImplementation::Fail(USB_ERR_NOT_SUPPORTED_K40);
+    if (implementation == nullptr) return FailWithoutSas();
     return implementation->SetSASBusy(port, mode);
 }
 
 int MarvaneUSB::GetSASMessageStatus(_usbSerialPort port, unsigned int* status) {
-    if (implementation == nullptr) return KBaseImplementation::Fail(USB_ERR_NOT_SUPPORTED_K40);
+    if (implementation == nullptr) return FailWithoutSas();
     return implementation->GetSASMessageStatus(port, status);
 }

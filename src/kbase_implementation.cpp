@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+#include "kbase_shared_implementation.h"
+
 constinit thread_local int KBaseImplementation::error_no = USB_ERR_NONE;
 
 KBaseImplementation::KBaseImplementation(MarvaneUSB* facade, int handle, char* /*name*/, int speed,
@@ -60,7 +62,7 @@ int KBaseImplementation::Fail(const Failure& failure) {
 int KBaseImplementation::FailWithout(const SharedObject& missing) {
     return Fail({.kind = Failure::Kind::kNoSharedState,
                  .code = USB_ERR_NOT_CONFIGURED,
-                 .missing = &missing});
+                 .missing = missing.WhyAbsent()});
 }
 
 int KBaseImplementation::FailWithoutBoard() {

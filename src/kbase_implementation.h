@@ -23,6 +23,7 @@
 
 template <class Entries>
 class Shared;
+class SharedObject;
 struct EEPROM_MAP;
 struct K40BUFFER;
 

@@ -76,8 +76,8 @@ int KBaseImplementation::StartCallbackThread() {
     const int runBefore = callbackThreadRun;
     const int stoppedBefore = callbackThreadStopped;
     // Before the thread exists, so that it cannot undo a stop that comes at once.
-    callbackThreadRun = 1;
     callbackThreadStopped = 0;
+    callbackThreadRun = 1;
     callbackThreadForks = Forks::Count();
     callbackThread = StartDetached(InputsCallbackThread, this);
     if (callbackThread != 0) return 1;

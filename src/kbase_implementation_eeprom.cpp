@@ -112,11 +112,13 @@ int KBaseImplementation::EEPROMConfigured(int number) {
 int KBaseImplementation::CheckEEPROM(K40EEPROM* eeprom) {
     if (eeprom == nullptr) return Fail(USB_ERR_NULL_POINTER);
 
+    const LastFailure::Mark before = LastFailure::GetMark();
     Sample reference;
     const PartClass* found = &kTwoAddressBytes;
     if (!ConfigureWidest(kTwoAddressBytes.widest)) return 0;
     if (!UncheckedReadEEPROM(0, reference, kSampleSize)) {
         ClearErrors();
+        LastFailure::GoBackTo(before);  // that this class does not answer is an answer
         found = &kOneAddressByte;
         if (!ConfigureWidest(kOneAddressByte.widest)) return 0;
         if (!UncheckedReadEEPROM(0, reference, kSampleSize)) return 0;

@@ -83,29 +83,36 @@ bool SharedObject::IsWithinArena(unsigned long bytes) const {
     return object->units * kUnit >= bytes && end <= element->memory->unitLimit * kUnit;
 }
 
-void SharedObject::DescribeAbsence(TextLine& line) const {
-    if (!SharedUse::IsOpen()) {
-        line.Add("the process is ending, and has let go of its shared state");
-        return;
+Absence SharedObject::WhyAbsent() const {
+    if (!SharedUse::IsOpen()) return {Absence::Of::kProcess, name_, {}};
+    if (element == nullptr) return {Absence::Of::kSegment, name_, {}};
+    if (element->header == nullptr) {
+        const auto* memory = static_cast<const LinuxSharedMemory*>(element->memory);
+        return {Absence::Of::kSegment, name_, memory->WhyNot()};
     }
-    MutexID anyLock = SharedObjectLock(0);
+    if (object == nullptr) return {Absence::Of::kObject, name_, trouble_};
+    const bool hasLock = mutex != nullptr;
+    return {Absence::Of::kSet, name_,
+            hasLock ? static_cast<LinuxMutex*>(mutex)->set.WhyNone() : Trouble{}};
+}
+
+void Absence::Describe(TextLine& line) const {
     const SharedMemoryArenaID arena = SharedArenaID();
-    const LinuxMutexSet* set = LinuxMutexSet::SearchForMutexSet(anyLock);
     const KeyPath arenaFile = KeyPath::OfArena(arena.name);
-    if (element == nullptr || element->header == nullptr) {
-        const auto* memory =
-            element == nullptr ? nullptr : static_cast<LinuxSharedMemory*>(element->memory);
-        const Trouble why = memory == nullptr ? Trouble{} : memory->WhyNot();
-        why.Describe(line, "shared-memory segment", arenaFile);
-    } else if (object == nullptr && trouble_.kind != Trouble::Kind::kNone) {
-        char what[64];
-        std::snprintf(what, sizeof what, "object \"%s\" in the shared-memory segment", name_);
-        trouble_.Describe(line, what, arenaFile);
-    } else if (object == nullptr) {
-        line.Add("no object \"%s\" in the shared-memory segment, which is full or damaged", name_);
-    } else {
-        const Trouble why = set == nullptr ? Trouble{} : set->WhyNone();
-        why.Describe(line, "semaphore set", KeyPath::OfSet(anyLock.name));
+    char what[64];
+    switch (of) {
+        case Of::kProcess:
+            line.Add("the process is ending, and has let go of its shared state");
+            return;
+        case Of::kSegment:
+            return why.Describe(line, "shared-memory segment", arenaFile);
+        case Of::kObject:
+            std::snprintf(what, sizeof what, "object \"%s\" in the shared-memory segment", object);
+            if (why.kind != Trouble::Kind::kNone) return why.Describe(line, what, arenaFile);
+            line.Add("no %s, which is full or damaged", what);
+            return;
+        case Of::kSet:
+            return why.Describe(line, "semaphore set", KeyPath::OfSet(arena.mutex.name));
     }
 }
 

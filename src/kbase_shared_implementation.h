@@ -17,6 +17,7 @@
 #include <cstdint>
 
 #include "board_limits.h"
+#include "failure.h"
 #include "marvaneusb.h"
 #include "mutex.h"
 #include "shared_use.h"
@@ -53,8 +54,8 @@ public:
     [[nodiscard]] OnSet Take() const {
         return mutex == nullptr ? OnSet{} : static_cast<LinuxMutex*>(mutex)->Take();
     }
-    /** Why an operation could not have the object or its lock. */
-    void DescribeAbsence(TextLine& line) const;
+    /** Why an operation could not have the object or its lock; for an operation that holds. */
+    [[nodiscard]] Absence WhyAbsent() const;
     void GiveBack(OnSet takenOn) const { static_cast<LinuxMutex*>(mutex)->GiveBack(takenOn); }
 
     SharedMemoryBlockHeader* object = nullptr;  // in the segment; null: there is none

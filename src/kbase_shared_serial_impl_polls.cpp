@@ -173,7 +173,10 @@ int KBaseImplementation::ReceivePolled(_usbSerialPort port, unsigned char index,
         done += data;
         more = reply.Byte(1) != 0;
         emptyReplies = data == 0 ? emptyReplies + 1 : 0;
-        if (more && emptyReplies >= room.emptyReplies) return Fail(USB_ERR_TRANSFER_FAILED);
+        if (more && emptyReplies >= room.emptyReplies) {
+            return FailExchange(Failure::Kind::kEmptyReplies, USB_ERR_TRANSFER_FAILED,
+                                serial_commands::kReceivePolled, ChannelOf(port));
+        }
     }
     *length = done;
     return 1;

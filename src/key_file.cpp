@@ -18,11 +18,11 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
-#include <memory>
 #include <mutex>
 #include <thread>
 
 #include "forks.h"
+#include "open_file.h"
 
 namespace {
 
@@ -39,6 +39,7 @@ constexpr auto kLongestPause = std::chrono::microseconds(2000);
 constexpr int kEmpty = 0;  // else a descriptor plus 1
 constinit int slots[kOpenRoom] = {};
 constinit std::mutex guard;
+constinit sigset_t signalsBeforeFork = {};  // of the thread that forks; changes under the guard
 // A thread that forks while it has the guard, in a handler of a fault, must not wait for itself.
 constinit thread_local bool hasGuard = false;
 
@@ -83,8 +84,7 @@ bool PathLeadsTo(const char* path, int descriptor) {
 pid_t HolderOf(const char* path) {
     struct stat file;
     if (stat(path, &file) != 0) return 0;
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> locks(std::fopen("/proc/locks", "re"),
-                                                                std::fclose);
+    const OpenFile locks = OpenToRead("/proc/locks");
     char line[256];
     while (locks && std::fgets(line, sizeof line, locks.get()) != nullptr) {
         // 1: FLOCK  ADVISORY  WRITE 1234 08:01:131074 0 EOF; who waits stands behind an arrow.
@@ -134,6 +134,7 @@ KeyFileLock::KeyFileLock(const KeyPath& path) : path_(path) {
             return;
         }
     }
+    refusal_ = {ESTALE, 0};
 }
 
 KeyFileLock::~KeyFileLock() {
@@ -192,11 +193,16 @@ void OpenKeyFiles::Close(int descriptor) {
 }
 
 void OpenKeyFiles::HoldStill() {
+    // A handler that forked before GoOn would wait for this thread, which it has interrupted.
+    const sigset_t before = BlockSignals();
     if (!hasGuard) guard.lock();
+    signalsBeforeFork = before;
 }
 
 void OpenKeyFiles::GoOn() {
+    const sigset_t before = signalsBeforeFork;
     if (!hasGuard) guard.unlock();
+    RestoreSignals(before);
 }
 
 void OpenKeyFiles::CloseInChild() {

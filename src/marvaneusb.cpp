@@ -12,7 +12,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <string_view>
 
@@ -21,6 +20,7 @@
 #include "k44_implementation.h"
 #include "k50_implementation.h"
 #include "kbase_implementation.h"
+#include "open_file.h"
 
 #if !defined(__linux__) || !defined(__LP64__) || __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
 #error "libmarvaneusb runs on 64-bit little-endian Linux only: the driver's records need it"
@@ -67,7 +67,7 @@ public:
         char path[kSysfsPathRoom];
         std::snprintf(path, sizeof path, "/sys/class/Kovar/Kovar_%d/device/%s", deviceNo,
                       attribute);
-        const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path, "re"));
+        const OpenFile file = OpenToRead(path);
         error_ = file ? 0 : errno;
         if (file) length_ = std::fread(text_, 1, sizeof text_, file.get());
     }
@@ -90,10 +90,6 @@ public:
     }
 
 private:
-    struct CloseFile {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-
     int error_ = 0;
     char text_[kSysfsTextRoom];
     std::size_t length_ = 0;
@@ -209,6 +205,12 @@ int Opening::DetectEeprom() {
     return implementation_->CheckEEPROM(&fitted) && implementation_->ConfigureEEPROM(&fitted);
 }
 
+/** What failed on the way to a board that opens is no failure of the call. */
+int Succeed(const LastFailure::Mark& before) {
+    LastFailure::GoBackTo(before);
+    return 1;
+}
+
 /** Keeps, for DescribeFailure, why nothing was opened. */
 int Refuse(const OpeningReport& report) {
     LastFailure::NoteOpening(report);
@@ -255,10 +257,11 @@ int MarvaneUSB::InitPort(int n) {
 }
 
 int MarvaneUSB::init(int /*ignored*/) {
+    const LastFailure::Mark before = LastFailure::GetMark();
     OpeningReport report;
     for (int n = 0; n < kDeviceCount; ++n) {
-        ClearErrors();
-        if (Opening(*this, implementation, n, report).Run()) return 1;
+        KBaseImplementation::ClearErrors();
+        if (Opening(*this, implementation, n, report).Run()) return Succeed(before);
     }
     return Refuse(report);
 }
@@ -266,7 +269,9 @@ int MarvaneUSB::init(int /*ignored*/) {
 int MarvaneUSB::InitUSBBoard(unsigned char boardId) {
     if (boardId > kHighestBoardIdentity) return KBaseImplementation::Fail(USB_ERR_OUT_OF_RANGE);
 
+    const LastFailure::Mark before = LastFailure::GetMark();
     OpeningReport report;
+    report.SetIdentity(boardId);
     for (int n = 0; n < kIdentifiedDeviceCount; ++n) {
         Opening opening(*this, implementation, n, report);
         if (!opening.Run()) continue;
@@ -276,7 +281,7 @@ int MarvaneUSB::InitUSBBoard(unsigned char boardId) {
             continue;
         }
         const int identity = inputs.bytes[3] & kBoardIdentityMask;
-        if (identity == boardId) return 1;
+        if (identity == boardId) return Succeed(before);
         opening.Fail({.step = OpeningFailure::Step::kOtherIdentity, .identity = identity});
         close();
     }

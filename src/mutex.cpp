@@ -102,7 +102,7 @@ Look InitialiseSet(int set, int count) {
 
 Look CreateSet(key_t key, int count) {
     const int set = semget(key, count + 1, IPC_CREAT | IPC_EXCL | kPermissions);
-    return set < 0 ? Look::Without(Trouble::Of(Trouble::Kind::kRefused, errno))
+    return set < 0 ? Look::Without(Trouble::Of(Trouble::Kind::kNotCreated, errno))
                    : InitialiseSet(set, count);
 }
 
@@ -199,12 +199,14 @@ bool LinuxMutex::Lock() {
 bool LinuxMutex::UnLock() {
     const OnSet on = set.Joined();
     TellReleasing();
-    return on.IsOurs() && ::Operate(on.set, givingBack);
+    return on.IsOurs() && Operate(on.set, givingBack);
 }
 
 LinuxMutex::Attempt LinuxMutex::AfterFailure() {
     if (errno == EINTR) return Attempt::kInterrupted;
-    return SetIsGone(errno) ? Attempt::kGone : Attempt::kRefused;
+    if (SetIsGone(errno)) return Attempt::kGone;
+    set.NoteTrouble(Trouble::Of(Trouble::Kind::kRefused, errno));
+    return Attempt::kRefused;
 }
 
 /**
@@ -212,14 +214,18 @@ LinuxMutex::Attempt LinuxMutex::AfterFailure() {
  * and what was taken here was taken on a set that the child has not joined.
  */
 LinuxMutex::Attempt LinuxMutex::AfterFork(int takenOn) {
-    if (WasOperatedHere(takenOn)) ::Operate(takenOn, givingBack);
+    if (WasOperatedHere(takenOn)) Operate(takenOn, givingBack);
     return Attempt::kNotJoined;
 }
 
 OnSet LinuxMutex::TakeAfter(Attempt attempt, OnSet on) {
     for (int joins = 0; attempt != Attempt::kTaken; attempt = Try(on)) {
         if (attempt == Attempt::kInterrupted) continue;
-        if (attempt == Attempt::kRefused || ++joins > kMostJoins) return {};
+        if (attempt == Attempt::kRefused) return {};
+        if (++joins > kMostJoins) {
+            set.NoteTrouble(Trouble::Of(Trouble::Kind::kVanishing));
+            return {};
+        }
         on = set.JoinAgain(on);
         if (on.IsNone()) return {};
     }
@@ -227,9 +233,9 @@ OnSet LinuxMutex::TakeAfter(Attempt attempt, OnSet on) {
 }
 
 bool LinuxMutex::GiveBackAfter(OnSet takenOn) {
-    if (takenOn.IsOurs()) return ::Operate(takenOn.set, givingBack);
+    if (takenOn.IsOurs()) return Operate(takenOn.set, givingBack);
     // A child that was forked around the system call: what it has given back is its parent's.
-    return !WasOperatedHere(takenOn.set) || ::Operate(takenOn.set, taking);
+    return !WasOperatedHere(takenOn.set) || Operate(takenOn.set, taking);
 }
 
 bool LinuxMutex::WasOperatedHere(int on) const {
@@ -300,8 +306,8 @@ void LinuxMutexSet::ReleaseLinuxMutex(LinuxMutex* mutex) {
 bool LinuxMutexSet::Register(int set) {
     // The process that loaded the library takes its registration back itself, see Leave.
     const short flags = Forks::Count() == 0 ? 0 : SEM_UNDO;
-    registered = Operate(set, {kUserCount, 1, flags});
-    return registered;
+    registered = Operate(set, {kUserCount, 1, flags}) ? getpid() : kNobody;
+    return registered != kNobody;
 }
 
 int LinuxMutexSet::Join() {
@@ -356,7 +362,7 @@ void LinuxMutexSet::GiveBackLocksOfFormerProgram() const {
 void LinuxMutexSet::Leave() {
     const OnSet on = joined.load();
     // A child that never joined is counted nowhere: its parent is.
-    if (!registered || !on.IsOurs()) return;
+    if (registered != getpid() || !on.IsOurs()) return;
 
     const KeyFileLock file(KeyPath::OfSet(id.name));
     const short undo = Forks::Count() == 0 ? 0 : SEM_UNDO;

@@ -105,8 +105,9 @@ public:
     OnSet JoinAgain(OnSet gone);
     /** Gives back what this process held before it executed its present program. */
     void GiveBackLocksOfFormerProgram() const;
-    /** Why there is no set. */
+    /** Why there is no set, or none of its locks. */
     [[nodiscard]] Trouble WhyNone() const { return trouble.load(); }
+    void NoteTrouble(Trouble why) { trouble.store(why); }
 
     static void ForgetJoiningInChild();
 
@@ -121,7 +122,10 @@ private:
     std::atomic<OnSet> joined;
     static_assert(std::atomic<OnSet>::is_always_lock_free);
     std::atomic<Trouble> trouble = Trouble{};
-    bool registered = false;  // among the users of that set; changes while one thread joins
+    // The process that is counted among the users of that set; changes while one thread joins. A
+    // child may be forked without our knowing, with _Fork or by another copy of the C library.
+    pid_t registered = kNobody;
+    static constexpr pid_t kNobody = 0;
     MutexID id;
     LinuxMutex* mutexes = nullptr;
     LinuxMutexSet* next = nullptr;
@@ -148,7 +152,7 @@ public:
     void GiveBack(OnSet takenOn) {
         if (!takenOn.IsOurs()) return;
         TellReleasing();
-        if (!Operate(takenOn.set, givingBack) || !takenOn.IsOurs()) GiveBackAfter(takenOn);
+        if (!TryToOperate(takenOn.set, givingBack) || !takenOn.IsOurs()) GiveBackAfter(takenOn);
     }
 
     LinuxMutex* setNext = nullptr;
@@ -157,15 +161,15 @@ public:
 private:
     enum class Attempt { kTaken, kNotJoined, kGone, kInterrupted, kRefused };
 
-    static bool Operate(int on, sembuf& operation) { return semop(on, &operation, 1) == 0; }
+    static bool TryToOperate(int on, sembuf& operation) { return semop(on, &operation, 1) == 0; }
     Attempt Try(OnSet on) {
         if (!on.IsOurs()) return Attempt::kNotJoined;
-        if (!Operate(on.set, taking)) return AfterFailure();
+        if (!TryToOperate(on.set, taking)) return AfterFailure();
         if (!on.IsOurs()) return AfterFork(on.set);
         TellAcquired();
         return Attempt::kTaken;
     }
-    static Attempt AfterFailure();
+    Attempt AfterFailure();
     Attempt AfterFork(int takenOn);
     OnSet TakeAfter(Attempt attempt, OnSet on);
     bool GiveBackAfter(OnSet takenOn);

@@ -17,6 +17,7 @@ namespace {
 
 constexpr char kDriverFolder[] = "/sys/class/Kovar";
 constexpr int kMostGroups = 1024;
+constexpr int kHighestShownIdentity = static_cast<int>(kBoardIdentityMask);
 constexpr std::size_t kAccountRoom = 4096;
 
 struct Path {
@@ -81,7 +82,7 @@ void AddOwner(TextLine& line, const char* node) {
 }
 
 void AddUnreadable(TextLine& line, const char* path, int error) {
-    if (!Exists(kDriverFolder)) {
+    if (error == ENOENT && !Exists(kDriverFolder)) {
         line.Add("no %s: is the driver loaded?", kDriverFolder);
     } else {
         line.Add("cannot read %s: ", path).AddError(error);
@@ -97,7 +98,7 @@ void AddNode(TextLine& line, const char* node, int error) {
 }
 
 void AddFailedStep(TextLine& line, const OpeningFailure& failure, const char* what) {
-    line.Add("/dev/Kovar_%d is open, but %s: ", failure.deviceNo, what);
+    line.Add("/dev/Kovar_%d could be opened, but %s: ", failure.deviceNo, what);
     failure.beneath.Describe(line);
 }
 
@@ -147,17 +148,34 @@ void OpeningReport::Describe(TextLine& line) const {
     const auto* end = failures_ + count_;
     const bool anyIsThere = std::any_of(
         failures_, end, [](const OpeningFailure& failure) { return !failure.IsAbsence(); });
-    if (!anyIsThere && count_ > 1) {
-        line.Add(Exists(kDriverFolder) ? "no board is plugged in: nothing in %s"
-                                       : "no %s: is the driver loaded?",
-                 kDriverFolder);
+    if (identity_ > kHighestShownIdentity) {
+        line.Add("no board shows an identity above %d", kHighestShownIdentity);
         return;
     }
-    const char* separator = "";
+    if (!anyIsThere && count_ > 1) {
+        line.Add("%s", WhyNothingIsThere());
+        return;
+    }
+    int alike = 0;
+    const OpeningFailure* told = nullptr;
     for (const auto* failure = failures_; failure != end; ++failure) {
         if (anyIsThere && failure->IsAbsence()) continue;
-        line.Add("%s", separator);
+        // What bars the way to one number bars it to all.
+        if (told != nullptr && failure->step == OpeningFailure::Step::kProduct &&
+            told->step == failure->step && told->systemError == failure->systemError) {
+            ++alike;
+            continue;
+        }
+        if (told != nullptr) line.Add("; ");
         failure->Describe(line);
-        separator = "; ";
+        told = failure;
     }
+    if (alike > 0) line.Add("; %d more numbers likewise", alike);
+}
+
+const char* OpeningReport::WhyNothingIsThere() const {
+    if (!Exists(kDriverFolder)) return "no /sys/class/Kovar: is the driver loaded?";
+    return identity_ == kAnyIdentity
+               ? "no board is plugged in: nothing in /sys/class/Kovar"
+               : "no board has one of the numbers 0 to 7, which are looked at for an identity";
 }

@@ -7,9 +7,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "failure.h"
+#include "open_file.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ void AddProcess(TextLine& line, int process) {
     char path[32];
     char name[32] = {};
     std::snprintf(path, sizeof path, "/proc/%d/comm", process);
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "re"), std::fclose);
+    const OpenFile file = OpenToRead(path);
     if (file && std::fgets(name, sizeof name, file.get()) != nullptr) {
         name[std::strcspn(name, "\n")] = '\0';
     }
@@ -33,8 +33,6 @@ const char* HintFor(int error) {
                    "removes it)";
         case EINVAL:
             return ": a smaller one has our key (ipcs shows it, ipcrm removes it)";
-        case ENOSPC:
-            return ": the system's limit is reached (ipcs -l shows it)";
         default:
             return "";
     }
@@ -61,6 +59,12 @@ void Trouble::Describe(TextLine& line, const char* what, const KeyPath& keyFile)
             return;
         case Kind::kRefused:
             line.AddError(error).Add("%s", HintFor(error));
+            return;
+        case Kind::kNotCreated:
+            line.AddError(error).Add("%s",
+                                     error == ENOSPC || error == EINVAL
+                                         ? ": the system's limit is reached (ipcs -l shows it)"
+                                         : "");
             return;
         case Kind::kStranger:
             line.Add("what has our key is not ours (ipcs shows it, ipcrm removes it)");

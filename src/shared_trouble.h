@@ -16,7 +16,8 @@ struct Trouble {
         kNone,
         kKeyFile,      // cannot be opened
         kKeyFileHeld,  // by another process, for too long
-        kRefused,      // the kernel refuses the object
+        kRefused,      // the kernel refuses the object that is there
+        kNotCreated,   // the kernel refuses to make it
         kStranger,     // what is there under our key is not ours
         kVanishing,    // it is removed again and again
     };

@@ -12,8 +12,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <new>
+
+#include "open_file.h"
 
 namespace {
 
@@ -103,8 +104,7 @@ bool CanBeTaken(SharedMemoryBlockHeader& block) {
  * else here maps a segment as large as ours.
  */
 bool IsOnlyAttachment(const SharedMemory& memory) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> maps(std::fopen("/proc/self/maps", "re"),
-                                                               std::fclose);
+    const OpenFile maps = OpenToRead("/proc/self/maps");
     if (!maps) return false;
     char line[512];
     while (std::fgets(line, sizeof line, maps.get()) != nullptr) {
@@ -219,6 +219,7 @@ LinuxSharedMemory::Found LinuxSharedMemory::FindOrCreate(const KeyFileLock& file
         if (!file.Held()) return Fail(Trouble::WithoutLock(file));
         shmid = shmget(key, size, IPC_CREAT | IPC_EXCL | kPermissions);
         creator = shmid != kNoSegment;
+        if (!creator) return Fail(Trouble::Of(Trouble::Kind::kNotCreated, errno));
     }
     if (shmid == kNoSegment) return Fail(Trouble::Of(Trouble::Kind::kRefused, errno));
 
@@ -255,10 +256,11 @@ LinuxSharedMemory::Found LinuxSharedMemory::Prepare(const KeyFileLock& file) {
     const std::uint64_t claimed = Read(header->unitCount);
     if (claimed != 0 && claimed <= unitLimit && id.SameArena(header->id)) return Found::kOurs;
 
+    // Somebody may be making it at this moment.
+    if (claimed == 0 && !file.Held()) return Fail(Trouble::WithoutLock(file));
     if (!creator && !IsUnfinished(kernel.shm_segsz, kernel.shm_nattch)) {
         return Fail(Trouble::Of(Trouble::Kind::kStranger));
     }
-    if (!file.Held()) return Fail(Trouble::WithoutLock(file));
     creator = true;
     std::memset(address, 0, size);
     ::new (address) SharedMemoryArenaHeader(id, size);

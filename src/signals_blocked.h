@@ -11,21 +11,30 @@
 inline constexpr int kFaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
 
 /**
- * While it lives, the thread blocks all other signals. It goes on to block whatever it blocked
- * before, faults included: one that waits for it must not come now.
+ * Blocks all other signals on this thread; yields what it blocked before. That stays blocked,
+ * faults included: who waits for one must not get it now.
  */
+inline sigset_t BlockSignals() {
+    sigset_t blocked;
+    sigset_t before;
+    sigfillset(&blocked);
+    for (const int fault : kFaultSignals)
+        sigdelset(&blocked, fault);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    return before;
+}
+
+inline void RestoreSignals(const sigset_t& before) {
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+/** They are blocked while it lives. */
 class SignalsBlocked {
 public:
-    SignalsBlocked() {
-        sigset_t blocked;
-        sigfillset(&blocked);
-        for (const int fault : kFaultSignals)
-            sigdelset(&blocked, fault);
-        pthread_sigmask(SIG_BLOCK, &blocked, &before_);
-    }
+    SignalsBlocked() : before_(BlockSignals()) {}
     SignalsBlocked(const SignalsBlocked&) = delete;
     SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    ~SignalsBlocked() { RestoreSignals(before_); }
 
 private:
     sigset_t before_;

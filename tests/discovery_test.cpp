@@ -128,11 +128,11 @@ TEST_F(DiscoveryTest, EachFailedOpeningSaysWhyAndWhatMendsIt) {
         {"node refused",    [&] { driver.RefuseNode(2, EACCES); },
          "cannot open " + node + ": permission denied"},
         {"unplugged",       [&] { driver.AnswerNext({.error = ENODEV}); },
-         node + " is open, but its program could not be downloaded: USB_ERR_TRANSFER_FAILED: "
+         node + " could be opened, but its program could not be downloaded: USB_ERR_TRANSFER_FAILED: "
          "command 74 on channel 6 of " + node + ": no such device; the board was unplugged: close "
          "it, and open it once it is back"},
         {"refuses",         [&] { driver.AnswerNext({.status = 77}); },
-         node + " is open, but its program could not be downloaded: status 77 of the board: "
+         node + " could be opened, but its program could not be downloaded: status 77 of the board: "
          "command 74 on channel 6 of " + node + " was refused"},
         // clang-format on
     };
