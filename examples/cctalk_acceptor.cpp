@@ -146,7 +146,8 @@ private:
 
     MarvaneUSB& board;
     Notes notes;
-    unsigned coins = 0;  // of this run
+    unsigned coins = 0;    // of this run
+    bool listens = false;  // an acceptor that starts anew from now on lets no coin in
 };
 
 bool Acceptor::ConfigurePort() {
@@ -234,7 +235,8 @@ bool Acceptor::Begin() {
     Bytes answer;
     if (!Ask(kRequestProduct, {}, answer)) return false;
     std::printf("acceptor: %s\n", std::string(answer.begin(), answer.end()).c_str());
-    return TakeUntold() && SetTimeouts() && LetCoinsIn() && HaveItPolled();
+    listens = TakeUntold() && SetTimeouts() && LetCoinsIn() && HaveItPolled();
+    return listens;
 }
 
 /** By hand, and before coins are let in: an acceptor that has started anew still shows a 0. */
@@ -301,6 +303,7 @@ bool Acceptor::End() {
 bool Acceptor::TakeEvents(const Bytes& credit) {
     const unsigned event = credit[0];
     if (event == 0 && notes.lastEvent != 0) {
+        if (!listens) return true;  // it is asked once more, by hand
         std::fprintf(stderr, "The acceptor has started anew, and lets no coin in.\n");
         return false;
     }
@@ -341,7 +344,7 @@ int main(int argc, char** argv) {
 
     MarvaneUSB board;
     if (!board.InitPort(device)) {
-        std::fprintf(stderr, "Board %d could not be opened: %s.\n", device, Why().c_str());
+        ComplainOfOpening();
         return 1;
     }
     Acceptor acceptor(board);

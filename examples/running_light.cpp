@@ -44,7 +44,7 @@ int main(int argc, char** argv) {
 
     MarvaneUSB board;
     if (!board.InitPort(device)) {
-        std::fprintf(stderr, "Board %d could not be opened: %s.\n", device, Why().c_str());
+        ComplainOfOpening();
         return 1;
     }
     for (unsigned round = 0; round < rounds; ++round) {

@@ -68,7 +68,7 @@ int main(int argc, char** argv) {
 
     MarvaneUSB board;
     if (!board.init(0)) {
-        std::fprintf(stderr, "No board could be opened: %s.\n", Why().c_str());
+        ComplainOfOpening();
         return 1;
     }
     usbInput inputs;

@@ -5,6 +5,7 @@
 #ifndef WHY_H
 #define WHY_H
 
+#include <cstdio>
 #include <string>
 
 #include "marvaneusb.h"
@@ -14,6 +15,11 @@ inline std::string Why() {
     char text[1000];
     MarvaneUSB::DescribeFailure(text, sizeof text);
     return text;
+}
+
+/** Prints why a board could not be opened. */
+inline void ComplainOfOpening() {
+    std::fprintf(stderr, "The board could not be opened: %s\n", Why().c_str());
 }
 
 #endif  // WHY_H

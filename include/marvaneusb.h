@@ -981,27 +981,35 @@ public:
      * crash does not reach it (battery-backed SRAM, in one exchange), what it is about to do, and
      * after a restart, or a failed exchange, compares that with what the board says.
      *
-     * Coins in: ConfigurePulsedInput, BeginPulsedInputCheck, then ReadPulsedInputCounter again and
-     * again. The counter is one byte: it counts modulo 256, so look before another 256 coins have
-     * come. Write down the new credit and how much of the counter it covers, both in one write:
-     * what the counter shows beyond that note is new, wherever the program was killed. So coins
-     * need not be taken off the counter. Where they are, it is after that write, one at a time:
-     * DecrementPulsedInputCounter, then write down the note less 1. After a crash a counter that is
-     * 1 below its note tells that the decrement was done, and one that equals it that it was not,
-     * as long as no coin can have come meanwhile; else the two cannot be told apart.
-     * ResetPulsedInputCounter loses a coin that was counted since the counter was read: only while
-     * none passes. examples/cabinet is exact with coins coming at any time: it lets the counter run,
-     * and empties it only where a counter far below its note can mean nothing else.
+     * A byte that the board did not send reads as 0, in these operations as in all others: believe a
+     * counter that has fallen, or a hopper that paid nothing, only when a second look says the same.
      *
-     * Coins out: the count of GetParallelHopperStatus is one byte as well, about the latest release:
-     * release 255 coins at most at a time. Write down what is owed. Release 0 coins, write down
-     * that nothing of this payout has been taken off yet, then release the real number; take off
-     * what is owed what the count exceeds the note by, and write down both in one write. A count
-     * below the note takes nothing off: it is that of the release of 0, before its note was
-     * written. A crash between any two steps then pays nothing twice. A status that could not be
-     * read says nothing about the payout, which goes on: read it again, and begin no other one
-     * before the board says that it has ended. What the bytes mean, and whether a release of 0
-     * resets the count, is the firmware's; on simulated boards it does.
+     * Coins in: ConfigurePulsedInput, BeginPulsedInputCheck, then ReadPulsedInputCounter again and
+     * again. The counter is one byte: it counts modulo 256 (or stops at 255, as simulated boards'
+     * do), so look before another 255 coins have come. Write down the new credit and how much of
+     * the counter it covers, both in one write: what the counter shows beyond that note is new,
+     * wherever the program was killed. So coins need not be taken off the counter. Where they are,
+     * it is after that write, one at a time: DecrementPulsedInputCounter, then write down the note
+     * less 1. After a crash a counter that is 1 below its note tells that the decrement was done,
+     * and one that equals it that it was not, as long as no coin can have come meanwhile; else the
+     * two cannot be told apart. ResetPulsedInputCounter loses a coin that was counted since the
+     * counter was read: only while none passes. examples/cabinet is exact with coins coming at any
+     * time: it lets the counter run, and empties it only where a counter far below its note can
+     * mean nothing else. A board that lost power has forgotten counter and check: read the counter
+     * between configuring and beginning, while it counts nothing yet, and take one below its note
+     * for new.
+     *
+     * Coins out: the count of GetParallelHopperStatus is one byte as well, about the latest
+     * release: release 255 coins at most at a time. Write down what is owed. Release 0 coins, write
+     * down that nothing of this payout has been taken off yet, then release the real number; take
+     * off what is owed what the count exceeds the note by, and write down both in one write. A
+     * count below the note takes nothing off: it is that of the release of 0, before its note was
+     * written. After a restart first take off what the count exceeds the note by, and wait until
+     * the payout has ended; only then release anything. A crash between any two steps then pays
+     * nothing twice. A status that could not be read says nothing about the payout, which goes on:
+     * read it again, and begin no other one before the board says that it has ended. What the bytes
+     * mean, and whether a release of 0 resets the count, is the firmware's; on simulated boards it
+     * does.
      */
     /// @{
 
@@ -1062,7 +1070,8 @@ public:
     int EndPulsedInputCheck(_usbInputBitId input);
 
     /**
-     * @brief Resets the board's pulse counter of an input.
+     * @brief Resets the board's pulse counter of an input, and with it what was counted since it was
+     *   read.
      * @param input  Input 0 to 23, configured as a pulsed input.
      * @return 1 once the board has accepted it, else 0 with GetLastError():
      *   - USB_ERR_OUT_OF_RANGE: input above 23

@@ -20,6 +20,7 @@ public:
 
 private:
     unsigned Count();
+    unsigned Credit(unsigned count);
     void EmptyCounter();
 
     MarvaneUSB& board;
@@ -29,10 +30,14 @@ private:
 /** The hopper. */
 class Hopper {
 public:
-    enum class State { kPays, kHasPaid, kStuck };
+    enum class State { kIdle, kPays, kHasPaid, kStuck };  // idle: it was told nothing yet
     struct Report {
         State state;
         unsigned paid;  // of the coins that it was told to pay last
+
+        bool operator==(const Report& other) const {
+            return state == other.state && paid == other.paid;
+        }
     };
 
     explicit Hopper(MarvaneUSB& usedBoard) : board(usedBoard) {}
@@ -42,6 +47,8 @@ public:
     Report Follow();
 
 private:
+    Report Look();
+
     MarvaneUSB& board;
 };
 

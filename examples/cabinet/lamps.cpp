@@ -8,8 +8,12 @@
 
 void Lamps::AllOff() {
     states.fill(LampState::kOff);
-    unsigned char outputs[5] = {};
-    Require(board.SetOutputs(outputs), "switching all outputs off");
+    // No other output: it may be another program's.
+    usbOutput none = {};
+    usbOutput ours = {};
+    for (const LampWiring& lamp : kLamps)
+        ours.bytes[lamp.output / 8] |= static_cast<unsigned char>(1U << lamp.output % 8);
+    Require(board.ModifyOutputs(&ours, &none), "switching the lamps off");
 }
 
 void Lamps::Set(Lamp lamp, LampState state) {

@@ -6,6 +6,8 @@
  * twice and pays none twice: what it does to the board is noted here so that the note and what the
  * board itself counts tell together how far it came. coins.cpp and machine.cpp say how.
  *
+ * One machine plays on a board at a time: two would both credit the same coins.
+ *
  * That holds as long as the board has power: the battery keeps this ledger, not the board's
  * counters. A power cut loses the coins that the board had counted since the latest note, and pays
  * again what the hopper dropped since then: in one pass of the machine, or while it was down.

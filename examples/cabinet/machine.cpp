@@ -99,7 +99,8 @@ void Machine::BeginRound() {
 
     lamps.Set(Lamp::kStart, LampState::kOn);
     lamps.Set(Lamp::kWin, LampState::kOff);
-    reels.Spin(Draw());
+    drawn = Draw();
+    reels.Spin(drawn);
     doing = Doing::kSpins;
 }
 
@@ -131,6 +132,7 @@ void Machine::FollowReels() {
 
 void Machine::DecideRound() {
     const Line line = reels.Shown();
+    if (line != drawn) throw BoardError("the reels do not show what was drawn");
     const unsigned win = WinOf(line);
     ledger.stake = 0;
     ledger.owed += win;
@@ -160,6 +162,7 @@ void Machine::BeginPayout() {
 void Machine::FollowPayout() {
     const Hopper::State state = TakePaidOffOwed();
     if (state == Hopper::State::kPays) return;
+    if (state == Hopper::State::kIdle) throw BoardError("the hopper knows of no payout");
     // More than fit into one. A board that says so without a count would be told to pay for ever.
     if (state == Hopper::State::kHasPaid && ledger.owed > 0 && ledger.paid > 0) {
         BeginPayout();
@@ -168,8 +171,11 @@ void Machine::FollowPayout() {
     std::fprintf(out, "hopper paid %u, %u coins owed\n", owedBeforePayout - ledger.owed,
                  ledger.owed);
     if (ledger.owed > 0) {
-        std::fprintf(out, "the hopper is empty or jammed: an attendant owes the player %u coins\n",
-                     ledger.owed);
+        std::fprintf(
+            out,
+            "the hopper is empty or jammed: the machine owes the player %u coins, and pays "
+            "them with the next win or start\n",
+            ledger.owed);
     }
     lamps.Set(Lamp::kWin, ledger.owed > 0 ? LampState::kBlinking : LampState::kOff);
     lamps.Set(Lamp::kAttendant, ledger.owed > 0 ? LampState::kBlinking : LampState::kOff);

@@ -60,6 +60,7 @@ private:
     CoinInput coins;
     Hopper hopper;
     Doing doing = Doing::kSpins;
+    Line drawn{};  // in the round that is played
     unsigned coinsIn = 0;
     unsigned roundsPlayed = 0;
     unsigned owedBeforePayout = 0;

@@ -30,7 +30,7 @@ constexpr const char* kHelp =
     "\n"
     "Exit status:\n"
     "  0  all that was won is paid\n"
-    "  1  the board failed; nothing is lost, and the next start goes on where this one was\n"
+    "  1  the board failed; the next start goes on where this one was\n"
     "  2  the hopper did not pay all: coins are owed\n"
     "  64 the arguments are wrong\n";
 // clang-format on
@@ -61,7 +61,7 @@ int main(int argc, char** argv) {
 
     MarvaneUSB board;
     if (!board.InitPort(device)) {
-        std::fprintf(stderr, "Board %d could not be opened: %s.\n", device, Why().c_str());
+        ComplainOfOpening();
         return kBoardFailed;
     }
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // seen at once, in a file, too

@@ -35,6 +35,7 @@ constexpr LampWiring kLamps[kLampCount] = {
 constexpr unsigned char kShortestPulseMs = 5;  // of a coin; shorter ones are noise
 constexpr ActiveState kPulseIsHigh = USB_ACTIVE_STATE_1;
 constexpr unsigned char kPayWithoutPause = 0;
+constexpr ReleaseHopperCoinsStatus kHopperIsIdle = USB_HOPPER_STATUS_0;
 constexpr ReleaseHopperCoinsStatus kHopperPays = USB_HOPPER_STATUS_1;
 constexpr ReleaseHopperCoinsStatus kHopperHasPaid = USB_HOPPER_STATUS_2;
 constexpr unsigned kMostCoinsOfRelease = 200;  // the count of coins paid is one byte

@@ -7,6 +7,7 @@
  * outlasts it but the board, which goes on. In the end each coin has bought one round, and each win
  * was paid.
  */
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 
@@ -29,19 +30,23 @@ constexpr milliseconds kPassTakes{200};
 constexpr milliseconds kDownTime{150};
 constexpr milliseconds kTooLong{120'000};
 
-/** Any three numbers in a row are two of a kind. */
+/** Any three numbers in a row are two of a kind, also where a lost one reads as 0. */
 simulator::RandomSource TwoOfAKind() {
-    return [drawn = 0]() mutable { return static_cast<std::uint16_t>(++drawn % 3 == 0); };
+    return [drawn = 0]() mutable { return static_cast<std::uint16_t>(++drawn % 3 != 0); };
 }
 
 /** How an exchange fails. Killed before it is the same as killed after the one before. */
 struct Failure {
     const char* what;
     bool boardHearsIt, endsProgram;
+    std::optional<std::size_t> replyBytes = {};  // it succeeds, with no more than these
 };
 constexpr Failure kKilled = {"killed after it", true, true};
-constexpr Failure kFailures[] = {
-    kKilled, {"it fails", false, false}, {"its reply fails", true, false}};
+constexpr Failure kFailures[] = {kKilled,
+                                 {"it fails", false, false},
+                                 {"its reply fails", true, false},
+                                 {"its reply is empty", true, false, 0},
+                                 {"its reply is cut short", true, false, 1}};
 
 class CabinetKillsTest : public ::testing::Test {
 protected:
@@ -102,7 +107,8 @@ protected:
         if (isPastEnd || (fails && !failure.boardHearsIt)) return {.error = EIO};
         auto answer = board->Handle(static_cast<std::uint8_t>(exchange.command),
                                     static_cast<std::uint32_t>(exchange.channel), exchange.payload);
-        if (fails) return {.error = EIO};
+        if (fails && !failure.replyBytes) return {.error = EIO};
+        if (fails) answer.reply.resize(std::min(answer.reply.size(), *failure.replyBytes));
         return {.status = answer.status, .reply = std::move(answer.reply)};
     }
 

@@ -125,7 +125,8 @@ TEST(CabinetTest, UnpluggedInMidSpinItSaysHowEverythingStands) {
 
     const std::string& complaints = finished.complaints;
     EXPECT_EQ(complaints.rfind("The machine stops: ", 0), 0U) << complaints;
-    EXPECT_NE(complaints.find("close it, and open it once it is back.\nlamps: start on, "), std::string::npos)
+    EXPECT_NE(complaints.find("close it, and open it once it is back.\nlamps: start on, "),
+              std::string::npos)
         << complaints;
     EXPECT_NE(complaints.find("all others off\ncredit 1, stake 1, 0 coins owed\n"),
               std::string::npos)

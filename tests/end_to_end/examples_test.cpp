@@ -53,7 +53,8 @@ TEST(ExamplesTest, TheAcceptorsCoinsAreTakenOnceThoughItsProgramWasKilled) {
         pause=0.12; insert 1 2 3 4 5 6 8   # the board polls, and keeps the answers
         pause=0; start; killed
         $SIM ctl 0 serial 0 mute; insert 9 10 11 12 13 14 15; $SIM ctl 0 serial 0 speak
-        $ACCEPTOR 0; rm $out)");
+        # The board may have asked once more meanwhile: then the coins come before the name.
+        $ACCEPTOR 0 >$out; status=$?; grep -v '^acceptor' $out; rm $out; exit $status)");
     EXPECT_EQ(finished.status, 0) << finished.complaints;
     EXPECT_EQ(finished.output,
               "noted so far: 0 coins, 0 events missed\nacceptor: MARVANE-SIM\ninsert coins\n"
@@ -61,7 +62,7 @@ TEST(ExamplesTest, TheAcceptorsCoinsAreTakenOnceThoughItsProgramWasKilled) {
               "noted so far: 1 coins, 0 events missed\n"
               "coin 1\ncoin 2\ncoin 3\ncoin 4\ncoin 5\ncoin 6\ncoin 8\n"
               "acceptor: MARVANE-SIM\ninsert coins\n"
-              "noted so far: 8 coins, 0 events missed\nacceptor: MARVANE-SIM\n"
+              "noted so far: 8 coins, 0 events missed\n"
               "2 events are lost: they came too fast\n"
               "coin 11\ncoin 12\ncoin 13\ncoin 14\ncoin 15\ninsert coins\nthe end: 5 coins\n");
 }

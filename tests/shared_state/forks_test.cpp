@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "children.h"
 #include "from_environment.h"
@@ -218,15 +219,38 @@ TEST_F(ForksTest, ChildForkedAtAnyCallOfAnOperationTakesNothingFromItsParent) {
     }
 }
 
-TEST_F(ForksTest, HandlerThatForksDoesNotWaitForItsOwnThreadsKeyFile) {
+void ForkInHandler() {
     struct sigaction action = {};
     action.sa_handler = [](int) {
         const pid_t child = fork();
         if (child == 0) _exit(0);
         waitpid(child, nullptr, 0);
     };
+    sigaction(SIGUSR1, &action, nullptr);
+}
+
+TEST_F(ForksTest, HandlerThatForksMayInterruptItsOwnThreadsFork) {
+    const auto forkInFork = [] {
+        ForkInHandler();
+        alarm(20);
+        // Registered before the library, so called after its own.
+        pthread_atfork(
+            [] {
+                static bool raised = false;
+                if (!std::exchange(raised, true)) raise(SIGUSR1);
+            },
+            nullptr, nullptr);
+        LoadedLibrary library;
+        EXPECT_EQ(StatusOf([] { return 7; }), 7);
+        return 0;
+    };
+    EXPECT_EQ(StatusOf(forkInFork), 0);
+    ExpectNothingIsLeft();
+}
+
+TEST_F(ForksTest, HandlerThatForksDoesNotWaitForItsOwnThreadsKeyFile) {
     const auto load = [&] {
-        sigaction(SIGUSR1, &action, nullptr);
+        ForkInHandler();
         alarm(20);
         int opened = 0;
         InProcessDriver::Instance().onOtherOpen = [&](const std::string& path) {
