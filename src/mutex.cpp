@@ -100,10 +100,13 @@ Look InitialiseSet(int set, int count) {
     return Initialise(set, count) ? Look{set} : Look::AtError(errno);
 }
 
-Look CreateSet(key_t key, int count) {
+/** After a set could not be found, with that error. */
+Look CreateSet(key_t key, int count, int error) {
     const int set = semget(key, count + 1, IPC_CREAT | IPC_EXCL | kPermissions);
-    return set < 0 ? Look::Without(Trouble::Of(Trouble::Kind::kNotCreated, errno))
-                   : InitialiseSet(set, count);
+    if (set >= 0) return InitialiseSet(set, count);
+    // There is one, and it was refused.
+    if (errno == EEXIST) return Look::Without(Trouble::Of(Trouble::Kind::kRefused, error));
+    return Look::Without(Trouble::Of(Trouble::Kind::kNotCreated, errno));
 }
 
 /** The finished set of this name, created or finished if need be. */
@@ -113,7 +116,9 @@ Look FindOrCreate(const KeyFileLock& file, const MutexID& id) {
 
     const int found = semget(key, id.count + 1, kPermissions);
     if (found < 0) {
-        return file.Held() ? CreateSet(key, id.count) : Look::Without(Trouble::WithoutLock(file));
+        const int error = errno;
+        return file.Held() ? CreateSet(key, id.count, error)
+                           : Look::Without(Trouble::WithoutLock(file));
     }
     const std::optional<semid_ds> state = StateOf(found);
     if (!state) return Look::AtError(errno);

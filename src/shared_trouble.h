@@ -5,6 +5,7 @@
 #ifndef SHARED_TROUBLE_H
 #define SHARED_TROUBLE_H
 
+#include <cerrno>
 #include <cstdint>
 
 #include "key_file.h"
@@ -24,6 +25,7 @@ struct Trouble {
 
     /** What is not there, or not finished, cannot be made without the key file's lock. */
     static Trouble WithoutLock(const KeyFileLock& file) {
+        if (file.Held()) return Of(Kind::kKeyFile, errno);  // it names no key
         const KeyFileRefusal& refusal = file.Refusal();
         return refusal.error != 0 ? Of(Kind::kKeyFile, refusal.error)
                                   : Trouble{Kind::kKeyFileHeld, 0, refusal.holder};
