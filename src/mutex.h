@@ -26,6 +26,7 @@
 #include <sys/sem.h>
 
 #include <atomic>
+#include <cstdint>
 
 #include "forks.h"
 #include "shared_trouble.h"
@@ -71,7 +72,7 @@ public:
 };
 
 /** A set, and the process, by its number of forks, that has joined it or holds a lock on it. */
-struct OnSet {
+struct alignas(std::uint64_t) OnSet {
     static constexpr int kNone = -1;
 
     int set = kNone;

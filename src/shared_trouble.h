@@ -12,7 +12,7 @@
 
 class TextLine;
 
-struct Trouble {
+struct alignas(std::uint64_t) Trouble {
     enum class Kind : std::uint16_t {
         kNone,
         kKeyFile,      // cannot be opened

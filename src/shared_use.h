@@ -50,7 +50,7 @@ private:
     enum class Phase : std::uint16_t { kOpen, kDraining, kAbandoned };
 
     /** In one word: a fork or the end may come between any two instructions of an operation. */
-    struct State {
+    struct alignas(std::uint64_t) State {
         std::int32_t operations;  // that run in this process
         std::uint16_t forks;
         Phase phase;
