@@ -31,13 +31,21 @@ namespace {
 
 MarvaneUSB* boardInCallback;
 
+// GCC's AddressSanitizer forks without setting its allocator's locks free: where the other thread
+// holds one at that moment, a child waits for ever.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr int kRounds = 15;
+#else
+constexpr int kRounds = 100;
+#endif
+
 TEST_F(CallbackTest, AForkedChildWaitsForNoThread) {
     Open(Model::kK44);
     ChangeAllTheTime(500us);
     ASSERT_EQ(Start(First), 1);
     EXPECT_EQ(State(), 1U);
     EXPECT_EQ(Error(), 0);
-    for (int round = 0; round < 100; ++round) {
+    for (int round = 0; round < kRounds; ++round) {
         const int result = RunInChild([&] {
             calls.onSleep = [](useconds_t) { _exit(3); };
             EXPECT_EQ(State(), 0U);
@@ -91,7 +99,6 @@ void SetLamps(usbInput* changed, usbInput*) {
 
 TEST_F(CallbackTest, AForkedChildMayExitWhileTheCallbackSetsOutputs) {
     const auto begun = Clock::now();
-    constexpr int kRounds = 100;
     for (int round = 0; round < kRounds; ++round) {
         const int result = RunInChild([&] {
             Open(Model::kK44);
