@@ -64,14 +64,15 @@ TEST(ShippedLibrary, ExportsTheFacadeAndTheEepromPartsOnly) {
     EXPECT_EQ(rest, Symbols());
 }
 
-TEST(ShippedLibrary, ReachesFilesAndDevicesOnlyThroughCallsThatTheStandInTakes) {
+TEST(ShippedLibrary, ReachesFilesDevicesAndKeysOnlyThroughCallsThatTheStandInTakes) {
     const std::regex fileOrDevice(
         "(__)?(open|openat|openat2|creat|fopen|freopen|fdopen|popen|opendir|ioctl|fcntl|close|dup|"
         "socket|connect|read|write|pread|pwrite|readv|writev|sendfile|mmap|mknod|syscall|mkstemp|"
-        "mkostemp|rename|unlink|truncate|chmod|fchmod|link|symlink)[23]?(64)?(at)?(_2|_chk)?|"
+        "mkostemp|rename|unlink|truncate|chmod|fchmod|link|symlink|l?stat|fstatat|statx|[lf]?xstat|"
+        "access|euidaccess|faccess|readlink|realpath|ftok|chdir)[23]?(64)?(at)?(_2|_chk)?|"
         "_ZNSt.*(file|stream).*");
-    const Symbols covered = {"open",    "open64", "__open_2", "__open64_2", "fopen",
-                             "fopen64", "ioctl",  "fcntl",    "close"};
+    const Symbols covered = {"open",  "open64", "__open_2", "__open64_2", "fopen",  "fopen64",
+                             "ioctl", "fcntl",  "close",    "stat",       "stat64", "ftok"};
     const Symbols undefined = ListSymbols("--undefined-only");
     ASSERT_TRUE(undefined.contains("ioctl")) << "nm found no symbols";
     for (const std::string& symbol : undefined) {

@@ -69,7 +69,6 @@ std::string CostOf(int deviceNo, const Operation& operation) {
 }
 
 TEST(OperationCost, IsAnExchangeAndTwoSemopsForEachLock) {
-    if (!InOwnWorld()) GTEST_SKIP() << "not in a world of its own";
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "sanitizers make system calls of their own";
 #endif

@@ -157,13 +157,15 @@ TEST_F(KeyFilesTest, OtherThingsInTheirPlaceDoNoHarm) {
         std::function<int(const char*)> make;
         int served;
     };
-    close(open("/tmp/there", O_CREAT | O_RDWR | O_CLOEXEC, 0644));
+    const std::string there = led_key_files::Folder() + "/there";
+    const std::string nothing = led_key_files::Folder() + "/nothing";
+    close(open(there.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0644));
     const Case cases[] = {
         // clang-format off
-        {"link to nothing", [](const char* path) { return symlink("/tmp/nothing", path); }, 0},
-        {"link to a file",  [](const char* path) { return symlink("/tmp/there", path); },   kAll},
-        {"named pipe",      [](const char* path) { return mkfifo(path, 0666); },            kAll},
-        {"directory",       [](const char* path) { return mkdir(path, 0777); },             kAll},
+        {"link to nothing", [](const char* path) { return symlink("nothing", path); }, 0},
+        {"link to a file",  [](const char* path) { return symlink("there", path); },   kAll},
+        {"named pipe",      [](const char* path) { return mkfifo(path, 0666); },       kAll},
+        {"directory",       [](const char* path) { return mkdir(path, 0777); },        kAll},
         // clang-format on
     };
     for (const Case& c : cases) {
@@ -171,12 +173,12 @@ TEST_F(KeyFilesTest, OtherThingsInTheirPlaceDoNoHarm) {
             SCOPED_TRACE(std::string(c.what) + " at " + path);
             EXPECT_EQ(c.make(path), 0);
             EXPECT_EQ(StatusOf([] { return UseEverything(); }), c.served);
-            EXPECT_NE(access("/tmp/nothing", F_OK), 0) << "the link's target was created";
+            EXPECT_NE(access(nothing.c_str(), F_OK), 0) << "the link's target was created";
             ExpectNothingIsLeft();
             SweepKeyFiles();
         }
     }
-    unlink("/tmp/there");
+    unlink(there.c_str());
 }
 
 TEST_F(KeyFilesTest, FileThatIsReplacedDuringTheWaitIsOpenedAnew) {

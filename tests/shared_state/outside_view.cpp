@@ -14,11 +14,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <limits>
 #include <stdexcept>
 
 namespace {
@@ -49,18 +46,6 @@ union SemaphoreArgument {
     semid_ds* buf;
     unsigned short* array;
 };
-
-/** Ids of all objects of this world, from the kernel's list. */
-std::vector<int> ListIds(const char* path) {
-    constexpr auto kLine = std::numeric_limits<std::streamsize>::max();
-    std::ifstream file(path);
-    std::vector<int> ids;
-    long key = 0;
-    int id = 0;
-    while (file.ignore(kLine, '\n') && file >> key >> id)
-        ids.push_back(id);
-    return ids;
-}
 
 key_t MakeKeyFileAndKey(const char* path) {
     std::fclose(std::fopen(path, "a"));
@@ -214,19 +199,13 @@ bool KeyFileIsLocked() {
     });
 }
 
-bool InOwnWorld() {
-    return std::getenv("MARVANE_OWN_WORLD") != nullptr;
-}
-
 void SharedStateTest::SetUp() {
-    if (!InOwnWorld()) GTEST_SKIP() << "not in a world of its own";
     Sweep();
     SweepKeyFiles();
     descriptorsBefore = OpenDescriptors();
 }
 
 void SharedStateTest::TearDown() {
-    if (!InOwnWorld()) return;
     ExpectNothingIsLeft();
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
     EXPECT_FALSE(KeyFileIsLocked());
@@ -235,15 +214,13 @@ void SharedStateTest::TearDown() {
 }
 
 void SharedStateTest::ExpectNothingIsLeft() {
-    EXPECT_EQ(ListIds("/proc/sysvipc/shm"), std::vector<int>()) << "a segment is left";
-    EXPECT_EQ(ListIds("/proc/sysvipc/sem"), std::vector<int>()) << "a semaphore set is left";
+    const auto [sets, segments] = led_key_files::FindObjects();
+    EXPECT_EQ(segments, std::vector<int>()) << "a segment is left";
+    EXPECT_EQ(sets, std::vector<int>()) << "a semaphore set is left";
 }
 
 void SharedStateTest::Sweep() {
-    for (const int id : ListIds("/proc/sysvipc/shm"))
-        shmctl(id, IPC_RMID, nullptr);
-    for (const int id : ListIds("/proc/sysvipc/sem"))
-        semctl(id, 0, IPC_RMID);
+    led_key_files::RemoveObjects();
 }
 
 void SharedStateTest::SweepKeyFiles() {

@@ -13,9 +13,11 @@
 #include <string>
 #include <vector>
 
-constexpr char kSegmentKeyFile[] = "/tmp/K40SharedMemory";
-constexpr char kSetKeyFile[] = "/tmp/Sem_K40Mutex";
-constexpr const char* kKeyFiles[] = {kSetKeyFile, kSegmentKeyFile};
+#include "led_key_files.h"
+
+inline const char* const kSegmentKeyFile = led_key_files::Lead("/tmp/K40SharedMemory");
+inline const char* const kSetKeyFile = led_key_files::Lead("/tmp/Sem_K40Mutex");
+inline const char* const kKeyFiles[] = {kSetKeyFile, kSegmentKeyFile};
 constexpr std::size_t kSegmentBytes = 65536;
 
 using ByteString = std::vector<std::uint8_t>;
@@ -77,17 +79,14 @@ std::string HeaderDifference();
 /** A process holds the lock of one of the two key files. */
 bool KeyFileIsLocked();
 
-/** Whether `own_world` runs this program; tests that touch shared state must not run otherwise. */
-bool InOwnWorld();
-
-/** For a test of processes in this program's world: it must be empty before and afterwards. */
+/** For a test of processes: nobody uses this program's key files before and afterwards. */
 class SharedStateTest : public ::testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
 
     static void ExpectNothingIsLeft();
-    /** Removes all System V objects of this world, as a killed process leaves them. */
+    /** Removes all System V objects, as a killed process leaves them. */
     static void Sweep();
     /** Removes the key files as well: nobody has been here yet. */
     static void SweepKeyFiles();

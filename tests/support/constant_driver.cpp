@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "led_key_files.h"
 #include "transfer_records.h"
 
 namespace {
@@ -71,13 +72,13 @@ int open(const char* path, int flags, ...) {
     va_start(rest, flags);
     const int mode = (flags & O_CREAT) != 0 ? va_arg(rest, int) : 0;
     va_end(rest);
-    return Next<int(const char*, int, ...)>("open")(path, flags, mode);
+    return Next<int(const char*, int, ...)>("open")(led_key_files::Lead(path), flags, mode);
 }
 
 std::FILE* fopen(const char* path, const char* mode) {
     int deviceNo = -1;
     if (std::sscanf(path, "/sys/class/Kovar/Kovar_%d/device/", &deviceNo) != 1) {
-        return Next<std::FILE*(const char*, const char*)>("fopen")(path, mode);
+        return Next<std::FILE*(const char*, const char*)>("fopen")(led_key_files::Lead(path), mode);
     }
     if (deviceNo < 0 || deviceNo >= kDeviceCount) return nullptr;
     const char* products[] = {"Marvane K40 Board", "Marvane K44 Board", "Marvane K50 Board"};

@@ -5,18 +5,17 @@
 #ifndef FORKED_CHILD_H
 #define FORKED_CHILD_H
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <signal.h>
+#include <sys/sem.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <functional>
 
+#include "led_key_files.h"
+
 constexpr int kChildFailed = 1;
-constexpr int kChildCannotRun = 77;
 
 /** A longer life of a child means that it hangs; SIGALRM then ends it. */
 constexpr unsigned kChildSeconds = 60;
@@ -41,15 +40,11 @@ inline int RunInChild(const std::function<void()>& body) {
     return AwaitChild(child);
 }
 
-/** In a child: ends all shared state for this process; the child ends where that is refused. */
+/** Ends all shared state for this process: a child, for its parent has to join anew. */
 inline void LoseSharedState() {
-    // IPC objects of our own, of which there may be none.
-    const char limits[] = "250 32000 32 0";
-    bool lost = unshare(CLONE_NEWIPC) == 0;
-    const int file = open("/proc/sys/kernel/sem", O_WRONLY | O_CLOEXEC);
-    lost = lost && write(file, limits, std::strlen(limits)) > 0;
-    close(file);
-    if (!lost) _exit(kChildCannotRun);
+    for (const int set : led_key_files::FindObjects().sets)
+        semctl(set, 0, IPC_RMID);
+    led_key_files::WithholdKeys();
 }
 
 #endif  // FORKED_CHILD_H

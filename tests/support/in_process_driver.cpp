@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "led_key_files.h"
 #include "transfer_records.h"
 
 namespace {
@@ -276,6 +277,7 @@ int InProcessDriver::TransferK44(int deviceNo, K44Record& record) {
 extern "C" {
 
 int open(const char* path, int flags, ...) {
+    path = led_key_files::Lead(path);
     if (const auto taken = InProcessDriver::Instance().Open(path, flags)) return *taken;
     std::va_list rest;
     va_start(rest, flags);
@@ -309,7 +311,7 @@ int __open64_2(const char* path, int flags) {
 std::FILE* fopen(const char* path, const char* mode) {
     if (const auto taken = InProcessDriver::Instance().OpenFile(path)) return *taken;
     static auto* next = Next<std::FILE*(const char*, const char*)>("fopen");
-    return next(path, mode);
+    return next(led_key_files::Lead(path), mode);
 }
 
 std::FILE* fopen64(const char* path, const char* mode) {

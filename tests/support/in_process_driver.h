@@ -4,8 +4,8 @@
  *
  * Linked into a program, it takes the program's calls of open, fopen, ioctl, fcntl and close: those
  * that concern /dev/Kovar_<n> and /sys/class/Kovar reach the boards that a test has added, and
- * never a real one; all others reach the system. It records every exchange and answers with the
- * board model, or with what a test tells it to.
+ * never a real one; all others reach the system, the key files in the program's own folder. It
+ * records every exchange and answers with the board model, or with what a test tells it to.
  */
 #ifndef IN_PROCESS_DRIVER_H
 #define IN_PROCESS_DRIVER_H
