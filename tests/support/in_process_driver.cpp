@@ -167,7 +167,7 @@ std::optional<int> InProcessDriver::Open(const std::string& path, int flags) {
     static auto* next = Next<int(const char*, int, ...)>("open");
     const int descriptor = next(("/proc/self/fd/" + std::to_string(node)).c_str(), flags);
     if (descriptor < 0) return -1;
-    descriptors[descriptor] = deviceNo;
+    Note(descriptor, deviceNo);
     opened.push_back(deviceNo);
     lastOpenFlags = flags;
     return descriptor;
@@ -209,11 +209,20 @@ std::optional<int> InProcessDriver::Ioctl(int descriptor, unsigned long request,
 void InProcessDriver::Duplicated(int descriptor, int copy) {
     const std::lock_guard lock(guard);
     if (const auto known = descriptors.find(descriptor); known != descriptors.end()) {
-        descriptors[copy] = known->second;
+        Note(copy, known->second);
     }
 }
 
+void InProcessDriver::Note(int descriptor, int deviceNo) {
+    descriptors[descriptor] = deviceNo;
+    isBoards.at(static_cast<std::size_t>(descriptor)) = true;
+}
+
 void InProcessDriver::Close(int descriptor) {
+    // Of others without the lock: whoever forks takes it before the one under which the library
+    // closes key files.
+    const auto index = static_cast<std::size_t>(descriptor);
+    if (index >= isBoards.size() || !isBoards[index].exchange(false)) return;
     const std::lock_guard lock(guard);
     descriptors.erase(descriptor);
 }

@@ -10,6 +10,8 @@
 #ifndef IN_PROCESS_DRIVER_H
 #define IN_PROCESS_DRIVER_H
 
+#include <array>
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -94,6 +96,7 @@ public:
 private:
     InProcessDriver();
 
+    void Note(int descriptor, int deviceNo);
     DriverAnswer Answer(int deviceNo, const Exchange& exchange);
     int TransferK40(int deviceNo, K40Record& record);
     int TransferK44(int deviceNo, K44Record& record);
@@ -105,6 +108,7 @@ private:
     std::map<std::string, std::string> files;
     std::map<int, int> nodeFiles;    // device number -> descriptor of the file behind its node
     std::map<int, int> descriptors;  // descriptor -> device number
+    std::array<std::atomic<bool>, 1024> isBoards = {};  // by descriptor
     std::deque<DriverAnswer> queued;
     Answerer answerer;
     Exchanges sent;
