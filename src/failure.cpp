@@ -65,9 +65,10 @@ const char* HintFor(int driverError) {
     }
 }
 
-void AddExchange(TextLine& line, const Failure& failure) {
-    line.Add("command %d on channel %d of /dev/Kovar_%d", failure.command, failure.channel,
-             failure.deviceNo);
+/** What came of an exchange, after the name of its code. */
+TextLine& AddExchange(TextLine& line, const Failure& failure, const char* code, const char* what) {
+    return line.Add("%s: command %d on channel %d of /dev/Kovar_%d%s", code, failure.command,
+                    failure.channel, failure.deviceNo, what);
 }
 
 }  // namespace
@@ -111,29 +112,25 @@ void Failure::Describe(TextLine& line) const {
             line.Add("no board is open on this object");
             return;
         case Kind::kDriver:
-            line.Add("USB_ERR_TRANSFER_FAILED: ");
-            AddExchange(line, *this);
-            line.Add(": ").AddError(systemError).Add("%s", HintFor(systemError));
+            AddExchange(line, *this, "USB_ERR_TRANSFER_FAILED", ": ").AddError(systemError);
+            line.Add("%s", HintFor(systemError));
             return;
         case Kind::kOtherEcho:
-            line.Add("USB_ERR_TRANSFER_FAILED: ");
-            AddExchange(line, *this);
-            line.Add(": the board answered another command");
+            AddExchange(line, *this, "USB_ERR_TRANSFER_FAILED",
+                        ": the board answered another command");
             return;
         case Kind::kReplyLength:
-            line.Add("USB_ERR_DATA_TOO_LONG: ");
-            AddExchange(line, *this);
-            line.Add(": the board's reply is of impossible length");
+            AddExchange(line, *this, "USB_ERR_DATA_TOO_LONG",
+                        ": the board's reply is of impossible length");
             return;
         case Kind::kEmptyReplies:
-            line.Add("USB_ERR_TRANSFER_FAILED: ");
-            AddExchange(line, *this);
-            line.Add(": the board said again and again that more comes, and sent nothing");
+            AddExchange(line, *this, "USB_ERR_TRANSFER_FAILED",
+                        ": the board said again and again that more comes, and sent nothing");
             return;
         case Kind::kStatus:
-            line.Add("status %d of the board: ", code);
-            AddExchange(line, *this);
-            line.Add(" was refused");
+            line.Add(
+                "status %d of the board: command %d on channel %d of /dev/Kovar_%d was refused",
+                code, command, channel, deviceNo);
             return;
         case Kind::kNoSharedState:
             line.Add("USB_ERR_NOT_CONFIGURED: ");
