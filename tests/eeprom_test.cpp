@@ -8,7 +8,7 @@
 #include <mutex>
 #include <thread>
 
-#include "board_eeprom.h"
+#include "board/eeprom.h"
 #include "board_test.h"
 #include "forked_child.h"
 #include "shared_entries.h"

@@ -7,7 +7,7 @@
 #include <ostream>
 #include <vector>
 
-#include "board.h"
+#include "board/board.h"
 
 namespace simulator {
 

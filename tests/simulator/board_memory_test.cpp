@@ -1,10 +1,10 @@
 // What a board stores: memory, EEPROM, recordings, and all that outlasts the board.
-#include "board_memory.h"
+#include "board/memory.h"
 
 #include <algorithm>
 #include <numeric>
 
-#include "board_contents.h"
+#include "board/contents.h"
 #include "board_conversation.h"
 
 namespace simulator {

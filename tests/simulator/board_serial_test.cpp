@@ -2,8 +2,8 @@
 #include <string>
 
 #include "board_conversation.h"
-#include "board_polls.h"
-#include "board_sas.h"
+#include "port/polls.h"
+#include "port/sas.h"
 
 namespace simulator {
 namespace {

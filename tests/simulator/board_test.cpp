@@ -1,5 +1,5 @@
 // What a board refuses, its program, and the small families: clock, switches, identity, SPI.
-#include "board.h"
+#include "board/board.h"
 
 #include "board_conversation.h"
 

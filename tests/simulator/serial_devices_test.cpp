@@ -1,7 +1,7 @@
 // The devices that a simulated board finds on its serial ports.
 #include "board_conversation.h"
-#include "cctalk_acceptor.h"
-#include "polled_device.h"
+#include "line/cctalk_acceptor.h"
+#include "line/polled_device.h"
 
 namespace simulator {
 namespace {

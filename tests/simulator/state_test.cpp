@@ -11,7 +11,7 @@
 #include <random>
 
 #include "program.h"
-#include "state_directory.h"
+#include "state/directory.h"
 
 namespace {
 

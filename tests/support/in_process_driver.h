@@ -23,7 +23,7 @@
 #include <string>
 #include <vector>
 
-#include "board.h"
+#include "board/board.h"
 
 struct K40Record;
 struct K44Record;

@@ -1,0 +1,95 @@
+// What the board's PIC does with its battery: the clock, the two failure flags, and the log of the
+// security switches.
+//
+// What follows is the simulator's own choice, boards may differ:
+// - The clock counts seconds since the beginning of 1970 UTC. Its failure sets it back to 0.
+// - A flag is 1 after a failure and 0 once it was read. A failed battery loses nothing else here;
+//   the clock value at its failure is 0 until one happened.
+// - There are 8 security switches, closed at first. The log's switch byte is the switch's number
+//   plus 1, and 128 more when it was opened. Behind the last entry, each answer is five zero bytes.
+// - The log holds the latest 256 entries. A pass that was never started begins at the oldest.
+// - Flag bytes: bit n of the first tells that switch n was opened since the last read, bit n of the
+//   second that it was closed. The cached flags are a second pair with a life of its own: reading
+//   the one leaves the other alone.
+// - Switches, log and flags outlast a time without power.
+#ifndef MARVANE_SIMULATOR_BOARD_CLOCK_H
+#define MARVANE_SIMULATOR_BOARD_CLOCK_H
+
+#include <utility>
+
+#include "terms/answer.h"
+#include "terms/time.h"
+
+namespace simulator {
+
+constexpr unsigned kSecuritySwitchCount = 8;
+constexpr std::size_t kSecurityLogLimit = 256;
+
+struct SecurityEvent {
+    std::uint32_t clock = 0;
+    std::uint8_t switchByte = 0;
+
+    bool operator==(const SecurityEvent&) const = default;
+};
+
+/// Bit n is about switch n.
+struct SwitchFlags {
+    std::uint8_t opened = 0, closed = 0;
+
+    bool operator==(const SwitchFlags&) const = default;
+};
+
+/// What the PIC's battery keeps.
+struct ClockContents {
+    std::uint32_t offset = 0;  // what the clock is ahead of the time since 1970, in seconds
+    bool clockFailed = false;
+    bool batteryFailed = false;
+    std::uint32_t clockAtBatteryFailure = 0;
+    std::uint8_t openSwitches = 0;  // bit n is switch n
+    SwitchFlags flags, cachedFlags;
+    std::vector<SecurityEvent> log;  // the oldest first
+
+    bool operator==(const ClockContents&) const = default;
+};
+
+class BoardClock {
+public:
+    explicit BoardClock(TimeSource boardTime) : time(std::move(boardTime)) {}
+
+    Answer SetClock(Payload payload);
+    Answer ReadClock(Payload payload);
+    Answer TakeClockFailure(Payload payload);
+    Answer TakeBatteryFailure(Payload payload);
+    Answer ReadClockAtBatteryFailure(Payload payload);
+    Answer BeginLogPass(Payload payload);
+    Answer ReadNextLogEntry(Payload payload);
+    Answer ClearLog(Payload payload);
+    Answer TakeSwitchFlags(Payload payload);
+    Answer TakeCachedSwitchFlags(Payload payload);
+
+    /// Opens or closes a security switch, and logs it if that changes anything. Numbers beyond the
+    /// last are ignored.
+    void SetSwitch(unsigned number, bool open);
+    void FailClock();
+    void FailBattery();
+
+    std::uint32_t Value() const;
+    bool IsSwitchOpen(unsigned number) const;
+    const ClockContents& Contents() const { return kept; }
+    /// False, and nothing changed, when the log is longer than any that this unit writes.
+    bool Restore(ClockContents contents);
+
+    void PowerUp() { nextLogEntry = 0; }
+
+private:
+    std::uint32_t Seconds() const;
+    void Log(SecurityEvent event);
+
+    TimeSource time;
+    ClockContents kept;
+    std::size_t nextLogEntry = 0;  // of the pass over the log
+};
+
+}  // namespace simulator
+
+#endif

@@ -1,0 +1,98 @@
+// Pulses that the board finds on its inputs, and one counter of them for each input.
+//
+// What follows is the simulator's own choice, boards may differ:
+// - The board looks at its inputs once a millisecond. A pulse takes an input from its resting level
+//   to the active one (active state 0: low, any other: high) and back. It counts at its end, when
+//   it lasted at least pulseParameter ms (0: any time) and at most extendedPulseParameter units of
+//   10 ms (0: no limit). A pulse that is under way when the board begins to watch does not count.
+// - A check counts pulses from its begin to its end and leaves the counter alone at both. The
+//   counter is one byte and stays at 255, a pulse beyond is lost; taking one off 0 leaves 0.
+// - Told new settings while a check runs, the board watches anew; told the same, it goes on.
+// - The status of a check is 4, with the counter, once a pulse counted since its last begin, as
+//   long as the counter is above 0; else it is 0. A check that ended keeps it.
+#ifndef MARVANE_SIMULATOR_BOARD_PULSED_INPUTS_H
+#define MARVANE_SIMULATOR_BOARD_PULSED_INPUTS_H
+
+#include <array>
+#include <optional>
+
+#include "board/inputs.h"
+#include "terms/answer.h"
+#include "terms/time.h"
+
+namespace simulator {
+
+struct PulseSettings {
+    std::uint8_t pulseParameter = 0;
+    std::uint8_t activeState = 0;
+    std::uint8_t extendedPulseParameter = 0;
+
+    bool operator==(const PulseSettings&) const = default;
+};
+
+/// Finds the pulses of one input.
+class PulseDetector {
+public:
+    /// Begins to watch an input that has this level now.
+    PulseDetector(PulseSettings pulseSettings, bool level)
+        : settings(pulseSettings), active(IsActive(level)) {}
+
+    /// A millisecond has passed; true when a pulse has ended that counts.
+    bool Tick(bool level);
+
+    bool IsInPulse() const { return length.has_value(); }
+    /// Nothing is to be found as long as the input stays at this level.
+    bool IsSettled(bool level) const;
+
+private:
+    bool IsActive(bool level) const { return level == (settings.activeState != 0); }
+    bool Counts(std::chrono::milliseconds pulse) const;
+
+    PulseSettings settings;
+    bool active;                                      // when last looked at
+    std::optional<std::chrono::milliseconds> length;  // of the pulse under way
+};
+
+/// Status and count, as the board reports them for an input.
+using InputStatus = std::array<std::uint8_t, 2>;
+
+class BoardPulsedInputs {
+public:
+    Answer Configure(Payload payload, const BoardInputs& inputs);
+    Answer BeginOrEndCheck(Payload payload, const BoardInputs& inputs);
+    Answer ResetCounter(Payload payload);
+    Answer DecrementCounter(Payload payload);
+    Answer ReadCounter(Payload payload);
+
+    // Of inputs 0 to 32.
+    /// Nothing before the input was configured.
+    const std::optional<PulseSettings>& Settings(unsigned input) const;
+    bool IsChecking(unsigned input) const { return pulsedInputs[input].check.has_value(); }
+    std::uint8_t Counter(unsigned input) const { return pulsedInputs[input].counter; }
+    /// Of the check that was begun since anything else was begun on the input; else nothing.
+    std::optional<InputStatus> Status(unsigned input) const;
+    /// Something else was begun on the input.
+    void GiveUpStatus(unsigned input) { pulsedInputs[input].hasStatus = false; }
+
+    bool IsIdle(const BoardInputs& inputs) const;
+    void Tick(const BoardInputs& inputs);
+    void PowerDown() { pulsedInputs = {}; }
+
+private:
+    struct PulsedInput {
+        std::optional<PulseSettings> settings;
+        std::optional<PulseDetector> check;  // while one runs
+        std::uint8_t counter = 0;
+        bool pulseSeen = false;
+        bool hasStatus = false;
+    };
+    // Inputs from 24 on are configured and never checked.
+    template <class Act>
+    Answer OnConfigured(std::uint8_t input, Act act);
+
+    std::array<PulsedInput, kInputCount> pulsedInputs;
+};
+
+}  // namespace simulator
+
+#endif

@@ -1,0 +1,42 @@
+// The board's hardware random-number generator.
+//
+// The simulator's own choice, boards may differ: the generator is off at power-up and refuses to
+// give a number until it is switched on; the argument of that command changes nothing.
+#ifndef MARVANE_SIMULATOR_BOARD_RANDOM_H
+#define MARVANE_SIMULATOR_BOARD_RANDOM_H
+
+#include <functional>
+#include <utility>
+
+#include "terms/answer.h"
+
+namespace simulator {
+
+using RandomSource = std::function<std::uint16_t()>;
+
+/// The same numbers in each run, for tests; a front end takes them from the operating system.
+RandomSource SeededRandom(unsigned seed);
+
+class BoardRandom {
+public:
+    explicit BoardRandom(RandomSource randomSource) : source(std::move(randomSource)) {}
+
+    Answer Enable(Payload payload);
+    Answer Disable(Payload payload);
+    Answer Read(Payload payload);
+
+    bool IsEnabled() const { return enabled; }
+    /// Of the latest Enable; 0 before the first.
+    std::uint32_t Argument() const { return argument; }
+
+    void PowerUp();
+
+private:
+    RandomSource source;
+    bool enabled = false;
+    std::uint32_t argument = 0;
+};
+
+}  // namespace simulator
+
+#endif

@@ -1,0 +1,269 @@
+// The poll commands, and how the slots share the line.
+#include "port/polls.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+#include "terms/time.h"
+
+namespace simulator {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kPollUnit{10};
+constexpr milliseconds kHostTimeoutUnit{100};
+constexpr milliseconds kTimeoutMessageUnit{30};
+
+enum Mode : std::uint8_t { kOff = 0, kInTurn = 2, kSecondAfterReply = 3 };
+constexpr std::uint8_t kModeLimit = 3;
+enum Option : std::uint8_t { kChangesOnly = 1, kLatestOnly = 2 };
+constexpr std::uint8_t kOptionLimit = 4;
+constexpr std::uint8_t kCctalkVariant = 1;
+
+constexpr std::size_t kPollHeader = 13;
+constexpr std::size_t kTimeoutHeader = 2;
+
+// The byte at the offset counts those beside the extra ones; of a message that ends before it, the
+// record does not hold that byte.
+bool TellsItsLength(Payload message, std::size_t lengthOffset, std::size_t lengthExtra) {
+    if (message.size() < lengthExtra) return false;
+    return message.size() <= lengthOffset || message[lengthOffset] + lengthExtra == message.size();
+}
+
+SerialWords WordsOf(Payload bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+PollSettings SettingsFrom(Payload payload) {
+    const milliseconds period = std::max<int>(payload[6], 1) * kPollUnit;
+    const std::size_t firstSize = payload[11];
+    return {
+        .mode = payload[1],
+        .option = payload[2],
+        .variant = payload[3],
+        .lengthOffset = payload[4],
+        .lengthExtra = payload[5],
+        .period = period,
+        .replyTimeout = payload[10] == 0 ? period : payload[10] * kPollUnit,
+        .first = WordsOf(payload.subspan(kPollHeader, firstSize)),
+        .second = WordsOf(payload.subspan(kPollHeader + firstSize)),
+    };
+}
+
+bool IsRight(const PollSettings& settings, const SerialFrame& reply) {
+    return settings.variant != kCctalkVariant ||
+           std::accumulate(reply.begin(), reply.end(), 0u) % 256 == 0;
+}
+
+void TickSlot(PollSlot& slot) {
+    if (!slot.IsPolling()) return;
+    slot.passed += kTick;
+    if (slot.passed >= slot.settings.period) {
+        slot.passed = {};
+        slot.isDue = true;
+    }
+    if (slot.hostTimeout.count() == 0) return;
+    slot.unread += kTick;
+    if (slot.unread < slot.hostTimeout) return;
+    slot.isStopped = true;
+    slot.isDue = false;
+}
+
+void StartAgain(PollSlot& slot) {
+    slot.isStopped = false;
+    slot.passed = {};
+}
+
+const SerialWords& NextMessage(PollSlot& slot) {
+    const bool isSecond = slot.isSecondNext;
+    slot.isSecondNext = slot.settings.mode == kInTurn && !isSecond;
+    return isSecond ? slot.settings.second : slot.settings.first;
+}
+
+void Keep(PollSlot& slot, SerialFrame reply) {
+    const bool isSame = reply == slot.lastReply;
+    slot.lastReply = reply;
+    if (slot.settings.option == kLatestOnly) {
+        slot.inbox.Replace(std::move(reply));
+    } else if (slot.settings.option != kChangesOnly || !isSame) {
+        slot.inbox.Add(std::move(reply));
+    }
+}
+
+}  // namespace
+
+bool PollSlot::IsPolling() const {
+    if (isStopped || settings.mode == kOff) return false;
+    return !settings.first.empty() || (settings.mode == kInTurn && !settings.second.empty());
+}
+
+PollSlot* BoardPolls::SlotOf(std::uint8_t index) {
+    return index < slots.size() ? &slots[index] : nullptr;
+}
+
+void BoardPolls::CancelExchange(std::size_t slot) {
+    if (waiting && waiting->slot == slot) waiting.reset();
+    if (owesSecond == slot) owesSecond.reset();
+}
+
+Answer BoardPolls::SetTimeoutMessage(Payload payload) {
+    const std::size_t count = payload[1];
+    if (count > kTimeoutMessageLimit) return Refuse(status::kOutOfRange);
+    if (payload.size() != kTimeoutHeader + count) return Refuse(status::kMalformedPayload);
+
+    timeoutMessage = {.words = WordsOf(payload.subspan(kTimeoutHeader)),
+                      .after = payload[0] * kTimeoutMessageUnit};
+    return {};
+}
+
+Answer BoardPolls::Configure(Payload payload) {
+    const std::uint8_t index = payload[0], mode = payload[1], option = payload[2];
+    const std::size_t lengthOffset = payload[4], lengthExtra = payload[5];
+    const std::size_t firstSize = payload[11], secondSize = payload[12];
+    PollSlot* slot = SlotOf(index);
+    if (slot == nullptr || mode > kModeLimit || option > kOptionLimit ||
+        lengthOffset >= kPollMessageLimit || std::max(firstSize, secondSize) > kPollMessageLimit) {
+        return Refuse(status::kOutOfRange);
+    }
+    const Payload messages = payload.subspan(kPollHeader);
+    if (messages.size() != firstSize + secondSize ||
+        !TellsItsLength(messages.first(firstSize), lengthOffset, lengthExtra) ||
+        !TellsItsLength(messages.last(secondSize), lengthOffset, lengthExtra)) {
+        return Refuse(status::kMalformedPayload);
+    }
+
+    CancelExchange(index);
+    *slot = {.settings = SettingsFrom(payload),
+             .inbox = std::move(slot->inbox),
+             .hostTimeout = slot->hostTimeout};
+    return {};
+}
+
+Answer BoardPolls::Empty(Payload payload) {
+    PollSlot* slot = SlotOf(payload[0]);
+    if (slot == nullptr) return Refuse(status::kOutOfRange);
+    slot->inbox.Clear();
+    return {};
+}
+
+Answer BoardPolls::Read(Payload payload) {
+    PollSlot* slot = SlotOf(payload[0]);
+    if (slot == nullptr) return Refuse(status::kOutOfRange);
+
+    slot->unread = {};
+    if (slot->isStopped && !slot->inbox.IsPartlyRead()) {
+        StartAgain(*slot);
+        return {status::kAccepted, {poll_status::kStopped, 0}};
+    }
+    return {status::kAccepted,
+            slot->inbox.Read(replyLimit,
+                             slot->lacksReply ? poll_status::kNoReply : poll_status::kNoMessage)};
+}
+
+Answer BoardPolls::Delete(Payload payload) {
+    PollSlot* slot = SlotOf(payload[0]);
+    if (slot == nullptr) return Refuse(status::kOutOfRange);
+    CancelExchange(payload[0]);
+    *slot = {};
+    return {};
+}
+
+Answer BoardPolls::SetHostTimeout(Payload payload) {
+    PollSlot* slot = SlotOf(payload[0]);
+    if (slot == nullptr) return Refuse(status::kOutOfRange);
+    slot->hostTimeout = payload[1] * kHostTimeoutUnit;
+    slot->unread = {};
+    return {};
+}
+
+void BoardPolls::OnCommand() {
+    timeoutMessage.quiet = {};
+    timeoutMessage.isSent = false;
+}
+
+bool BoardPolls::Take(SerialWord word) {
+    if (!waiting) return false;
+    auto reply = waiting->reply.Take(word);
+    if (!reply) return true;
+    const Waiting ended = *std::exchange(waiting, std::nullopt);
+    TakeReply(ended.slot, std::move(*reply), ended.isAfterReply);
+    return true;
+}
+
+void BoardPolls::TakeReply(std::size_t index, SerialFrame reply, bool isAfterReply) {
+    PollSlot& slot = slots[index];
+    slot.lacksReply = !IsRight(slot.settings, reply);
+    if (slot.lacksReply) {
+        ++slot.wrongReplies;
+        return;
+    }
+    ++slot.rightReplies;
+    Keep(slot, std::move(reply));
+    if (slot.settings.mode == kSecondAfterReply && !isAfterReply && !slot.settings.second.empty()) {
+        owesSecond = index;
+    }
+}
+
+SerialWords BoardPolls::Tick() {
+    for (PollSlot& slot : slots)
+        TickSlot(slot);
+    TickWaiting();
+    if (timeoutMessage.IsArmed()) timeoutMessage.quiet += kTick;
+
+    // One message at a time: what is heard next is the answer to it.
+    if (waiting) return {};
+    if (const auto slot = std::exchange(owesSecond, std::nullopt)) {
+        Await(*slot, true);
+        return slots[*slot].settings.second;
+    }
+    if (timeoutMessage.IsArmed() && timeoutMessage.quiet >= timeoutMessage.after) {
+        timeoutMessage.isSent = true;
+        return timeoutMessage.words;
+    }
+    return SendNextPoll();
+}
+
+void BoardPolls::TickWaiting() {
+    if (!waiting) return;
+    waiting->left -= kTick;
+    if (waiting->left.count() > 0) return;
+    const Waiting ended = *std::exchange(waiting, std::nullopt);
+    if (ended.isAfterReply) return;
+    PollSlot& slot = slots[ended.slot];
+    slot.lacksReply = true;
+    ++slot.missingReplies;
+}
+
+SerialWords BoardPolls::SendNextPoll() {
+    const std::size_t first = lastPolled + 1;
+    for (std::size_t n = 0; n < slots.size(); ++n) {
+        const std::size_t index = (first + n) % slots.size();
+        PollSlot& slot = slots[index];
+        if (!std::exchange(slot.isDue, false)) continue;
+        const SerialWords& message = NextMessage(slot);
+        if (message.empty()) continue;
+
+        ++slot.sentPolls;
+        lastPolled = index;
+        Await(index, false);
+        return message;
+    }
+    return {};
+}
+
+void BoardPolls::Await(std::size_t index, bool isAfterReply) {
+    const PollSettings& settings = slots[index].settings;
+    waiting = {.slot = index,
+               .reply = {settings.lengthOffset, settings.lengthExtra},
+               .left = settings.replyTimeout,
+               .isAfterReply = isAfterReply};
+}
+
+bool BoardPolls::IsIdle() const {
+    return !waiting && !owesSecond && !timeoutMessage.IsArmed() &&
+           std::ranges::none_of(slots, &PollSlot::IsPolling);
+}
+
+}  // namespace simulator

@@ -1,0 +1,111 @@
+// One of the board's serial ports, with the line and what hangs on it.
+//
+// What follows is the simulator's own choice, boards may differ:
+// - The line takes no time: what is sent is on the other end at once, whatever the rate.
+// - On a port of type 1, nine bits travel at a time: two bytes of a command or reply, high byte
+//   first, of which no reply holds only one. The other types are the same: eight bits at a time,
+//   and nothing of a ninth, which begins a SAS poll, is heard.
+// - A port that is not configured hears nothing. Configuring it again sets the parity errors back
+//   to 0 and keeps what was received. Parity, flags and rate change nothing.
+// - A word that comes belongs to a SAS poll, else to a poll that waits for its reply, else to the
+//   receive queue.
+// - Plain receives and those with timestamps take from the same queue. A timestamp is the time of
+//   arrival in ms modulo 256; where nothing was received, the only byte of the reply is now's.
+#ifndef MARVANE_SIMULATOR_PORT_SERIAL_PORT_H
+#define MARVANE_SIMULATOR_PORT_SERIAL_PORT_H
+
+#include <optional>
+
+#include "line/line_end.h"
+#include "port/polls.h"
+#include "port/sas.h"
+#include "terms/answer.h"
+#include "terms/time.h"
+
+namespace simulator {
+
+constexpr std::size_t kSerialPortCount = 2;
+
+/// As the application sent it.
+struct SerialSetting {
+    std::uint8_t type, parityCode, flagBits2And3, flagBit1;
+    std::uint8_t rate[2];
+};
+
+class BoardSerialPort {
+public:
+    BoardSerialPort(std::size_t portNumber, Model model, int speedMbit, SerialLine serialLine);
+
+    Answer Configure(Payload payload);
+    // The others are for a port that is configured.
+    Answer Send(Payload payload);
+    Answer Receive(Payload payload);
+    Answer ReportParityErrors(Payload payload);
+    Answer ReceiveWithTimestamps(Payload payload);
+
+    // What the board does on the line by itself; for a port that is configured.
+    BoardPolls polls;
+    BoardSas sas;
+
+    /// Words come over the line, beside what hangs on it.
+    void Feed(std::span<const SerialWord> words);
+    void FeedParityErrors(unsigned count);
+    /// What the board sent, where nothing on the line heard it.
+    SerialWords TakeSent();
+    // The same in bytes, as commands hold them; half a word is left.
+    void FeedBytes(std::vector<std::uint8_t>& bytes);
+    std::vector<std::uint8_t> TakeSentBytes();
+    void Attach(SerialLine newLine);
+
+    const std::optional<SerialSetting>& Setting() const { return setting; }
+    bool HasNineBits() const;
+    SerialLine Line() const { return line; }
+    LineDevice& Device() { return device; }
+    const LineDevice& Device() const { return device; }
+    std::size_t ReceivedWords() const { return received.Size(); }
+    std::size_t SentWords() const;
+    /// Words that came while there was no room or nobody to hear them, and those that were sent
+    /// and never taken.
+    std::size_t DroppedWords() const;
+    std::uint16_t ParityErrors() const { return parityErrors; }
+
+    void PowerDown() { powered = false; }
+    void PowerUp();
+
+    /// What happens from here on happens at this moment.
+    void SetTime(Moment moment) { now = moment; }
+    bool IsIdle() const;
+    /// A millisecond passes.
+    void Tick();
+
+private:
+    struct Received {
+        SerialWord word;
+        std::uint8_t timestamp;
+    };
+
+    bool IsListening() const { return powered && setting.has_value(); }
+    std::uint8_t Timestamp() const;
+    void PutOnLine(SerialWords words);
+    SerialWords Hear(std::span<const SerialWord> words);
+    std::size_t WordSize() const { return HasNineBits() ? 2 : 1; }
+    SerialWords WordsIn(Payload bytes) const;
+    void AppendWord(std::vector<std::uint8_t>& bytes, SerialWord word) const;
+
+    std::size_t number;
+    std::size_t sendLimit, replyLimit;
+    bool powered = true;
+    Moment now;
+
+    std::optional<SerialSetting> setting;
+    BoundedQueue<Received, kLineQueueLimit> received;
+    std::size_t unheard = 0;
+    std::uint16_t parityErrors = 0;
+
+    SerialLine line;
+    LineDevice device;
+};
+
+}  // namespace simulator
+
+#endif
