@@ -14,6 +14,7 @@
 #include <new>
 #include <optional>
 
+#include "chain.h"
 #include "key_file.h"
 
 #if defined(__SANITIZE_THREAD__)
@@ -171,11 +172,7 @@ Mutex* Mutex::GetLocalMutex(MutexID& wanted) {
 
 void Mutex::ReleaseLocalMutex(Mutex* mutex) {
     if (--mutex->refCount != 0) return;
-    Mutex** link = &MutexChain;
-    while (*link != nullptr && *link != mutex)
-        link = &(*link)->chainNext;
-    if (*link == nullptr) return;
-    *link = mutex->chainNext;
+    if (!Unlink(MutexChain, &Mutex::chainNext, mutex)) return;
     LinuxMutexSet::ReleaseLinuxMutex(static_cast<LinuxMutex*>(mutex));
 }
 
@@ -287,12 +284,7 @@ LinuxMutex* LinuxMutexSet::FindMutex(MutexID& wanted) {
 }
 
 bool LinuxMutexSet::UnLinkMutex(LinuxMutex* mutex) {
-    LinuxMutex** link = &mutexes;
-    while (*link != nullptr && *link != mutex)
-        link = &(*link)->setNext;
-    if (*link == nullptr) return false;
-    *link = mutex->setNext;
-    return true;
+    return Unlink(mutexes, &LinuxMutex::setNext, mutex);
 }
 
 void LinuxMutexSet::ReleaseLinuxMutex(LinuxMutex* mutex) {
@@ -301,10 +293,7 @@ void LinuxMutexSet::ReleaseLinuxMutex(LinuxMutex* mutex) {
     delete mutex;
     if (set->mutexes != nullptr) return;
 
-    LinuxMutexSet** link = &MasterListStart;
-    while (*link != set)
-        link = &(*link)->next;
-    *link = set->next;
+    Unlink(MasterListStart, &LinuxMutexSet::next, set);
     delete set;
 }
 

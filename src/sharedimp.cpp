@@ -14,6 +14,7 @@
 #include <cstring>
 #include <new>
 
+#include "chain.h"
 #include "open_file.h"
 
 namespace {
@@ -357,10 +358,7 @@ void SharedMemoryLocalListElement::ReleaseSharedMemoryElement(
     if (locked) memory->UnLock();
     if (users != 0) return;
 
-    SharedMemoryLocalListElement** link = &SharedMemoryLocalListStart;
-    while (*link != nullptr && *link != element)
-        link = &(*link)->next;
-    if (*link != nullptr) *link = element->next;
+    Unlink(SharedMemoryLocalListStart, &SharedMemoryLocalListElement::next, element);
     if (memory->mutex != nullptr) Mutex::ReleaseLocalMutex(memory->mutex);
     memory->Delete();
     delete memory;
