@@ -160,7 +160,9 @@ private:
 /** An arena that this process has attached, or tried to. */
 class SharedMemoryLocalListElement {
 public:
+    /** Yields the arena's element, not its header; attaches it if need be. Null: no memory. */
     static SharedMemoryLocalListElement* GetSharedMemoryArenaHeader(SharedMemoryArenaID& id);
+    /** The arena's element, if it has one already. */
     static SharedMemoryLocalListElement* SearchForSharedMemoryArenaHeader(SharedMemoryArenaID& id);
     static void ReleaseSharedMemoryElement(SharedMemoryLocalListElement* element);
     static SharedMemoryBlockHeader* FindSharedMemoryObject(SharedMemoryArenaHeader* header,
