@@ -1,6 +1,6 @@
 /**
  * @file k40_implementation.cpp
- * @brief The K40 board: its transfer record, its request forms and its refusals.
+ * @brief The K40 board: its transfer record and its request forms.
  */
 #include "k40_implementation.h"
 
@@ -101,87 +101,4 @@ int K40Implementation::ReleaseParallelHopperCoins(
                                                        .Byte(releaseOutput)
                                                        .HighFirst(coinCount)
                                                        .Byte(releaseParameter));
-}
-
-// What the K40 refuses
-
-int K40Implementation::ReadClockAtBatteryFailure(unsigned long* /*time*/) {
-    return Refuse();
-}
-
-int K40Implementation::ReadAndResetRTCFailure(unsigned char* /*flag*/) {
-    return Refuse();
-}
-
-int K40Implementation::ConfigurePulsedInputEx(_usbInputBitId /*input*/,
-                                              unsigned char /*pulseParameter*/,
-                                              unsigned char /*extendedPulseParameter*/,
-                                              ActiveState /*activeState*/) {
-    return Refuse();
-}
-
-int K40Implementation::ReleaseParallelHopperCoinsEx(_usbInputBitId /*input*/,
-                                                    unsigned char /*pulseParameter*/,
-                                                    unsigned char /*extendedPulseParameter*/,
-                                                    ActiveState /*activeState*/,
-                                                    _usbOutputBitId /*releaseOutput*/,
-                                                    unsigned short /*coinCount*/,
-                                                    unsigned char /*releaseParameter*/) {
-    return Refuse();
-}
-
-int K40Implementation::StopHopperCoinRelease(_usbInputBitId /*input*/) {
-    return Refuse();
-}
-
-int K40Implementation::ConfigureRecordingInputs(_usbInputBitId* /*inputs*/,
-                                                unsigned long /*address*/,
-                                                unsigned short /*areaLength*/) {
-    return Refuse();
-}
-
-int K40Implementation::StartRecordingInputs(unsigned short /*recordingParameter*/) {
-    return Refuse();
-}
-
-int K40Implementation::GetRecordingStatus(RecordingStatus* /*status*/,
-                                          unsigned short* /*firstValue*/,
-                                          unsigned short* /*secondValue*/) {
-    return Refuse();
-}
-
-int K40Implementation::ReadDiagnosticData(unsigned char* /*request*/,
-                                          unsigned long /*requestLength*/, unsigned char* /*reply*/,
-                                          unsigned long* /*replyLength*/) {
-    return Refuse();
-}
-
-int K40Implementation::WriteDiagnosticData(unsigned char* /*diagnosticData*/,
-                                           unsigned long /*dataLength*/) {
-    return Refuse();
-}
-
-int K40Implementation::GetDallasSerialNumber(unsigned char* /*serial*/, unsigned char* /*valid*/) {
-    return Refuse();
-}
-
-int K40Implementation::ReadAndResetBatteryFailFlag(unsigned char* /*flag*/) {
-    return Refuse();
-}
-
-int K40Implementation::SetSASMachineAddress(_usbSerialPort /*port*/, unsigned char /*address*/) {
-    return Refuse();
-}
-
-int K40Implementation::SetSASAutoReply(_usbSerialPort /*port*/, unsigned int /*mode*/,
-                                       unsigned char /*value*/) {
-    return Refuse();
-}
-
-int K40Implementation::SetSASBusy(_usbSerialPort /*port*/, unsigned int /*mode*/) {
-    return Refuse();
-}
-
-int K40Implementation::GetSASMessageStatus(_usbSerialPort /*port*/, unsigned int* /*status*/) {
-    return Refuse();
 }

@@ -26,30 +26,33 @@ public:
 
     // Refused: the board has nothing of the kind. Arguments are not looked at.
 
-    int ReadClockAtBatteryFailure(unsigned long* time) override;
-    int ReadAndResetRTCFailure(unsigned char* flag) override;
-    int ConfigurePulsedInputEx(_usbInputBitId input, unsigned char pulseParameter,
-                               unsigned char extendedPulseParameter,
-                               ActiveState activeState) override;
-    int ReleaseParallelHopperCoinsEx(_usbInputBitId input, unsigned char pulseParameter,
-                                     unsigned char extendedPulseParameter, ActiveState activeState,
-                                     _usbOutputBitId releaseOutput, unsigned short coinCount,
-                                     unsigned char releaseParameter) override;
-    int StopHopperCoinRelease(_usbInputBitId input) override;
-    int ConfigureRecordingInputs(_usbInputBitId* inputs, unsigned long address,
-                                 unsigned short areaLength) override;
-    int StartRecordingInputs(unsigned short recordingParameter) override;
-    int GetRecordingStatus(RecordingStatus* status, unsigned short* firstValue,
-                           unsigned short* secondValue) override;
-    int ReadDiagnosticData(unsigned char* request, unsigned long requestLength,
-                           unsigned char* reply, unsigned long* replyLength) override;
-    int WriteDiagnosticData(unsigned char* diagnosticData, unsigned long dataLength) override;
-    int GetDallasSerialNumber(unsigned char* serial, unsigned char* valid) override;
-    int ReadAndResetBatteryFailFlag(unsigned char* flag) override;
-    int SetSASMachineAddress(_usbSerialPort port, unsigned char address) override;
-    int SetSASAutoReply(_usbSerialPort port, unsigned int mode, unsigned char value) override;
-    int SetSASBusy(_usbSerialPort port, unsigned int mode) override;
-    int GetSASMessageStatus(_usbSerialPort port, unsigned int* status) override;
+    int ReadClockAtBatteryFailure(unsigned long*) override { return Refuse(); }
+    int ReadAndResetRTCFailure(unsigned char*) override { return Refuse(); }
+    int ConfigurePulsedInputEx(_usbInputBitId, unsigned char, unsigned char, ActiveState) override {
+        return Refuse();
+    }
+    int ReleaseParallelHopperCoinsEx(_usbInputBitId, unsigned char, unsigned char, ActiveState,
+                                     _usbOutputBitId, unsigned short, unsigned char) override {
+        return Refuse();
+    }
+    int StopHopperCoinRelease(_usbInputBitId) override { return Refuse(); }
+    int ConfigureRecordingInputs(_usbInputBitId*, unsigned long, unsigned short) override {
+        return Refuse();
+    }
+    int StartRecordingInputs(unsigned short) override { return Refuse(); }
+    int GetRecordingStatus(RecordingStatus*, unsigned short*, unsigned short*) override {
+        return Refuse();
+    }
+    int ReadDiagnosticData(unsigned char*, unsigned long, unsigned char*, unsigned long*) override {
+        return Refuse();
+    }
+    int WriteDiagnosticData(unsigned char*, unsigned long) override { return Refuse(); }
+    int GetDallasSerialNumber(unsigned char*, unsigned char*) override { return Refuse(); }
+    int ReadAndResetBatteryFailFlag(unsigned char*) override { return Refuse(); }
+    int SetSASMachineAddress(_usbSerialPort, unsigned char) override { return Refuse(); }
+    int SetSASAutoReply(_usbSerialPort, unsigned int, unsigned char) override { return Refuse(); }
+    int SetSASBusy(_usbSerialPort, unsigned int) override { return Refuse(); }
+    int GetSASMessageStatus(_usbSerialPort, unsigned int*) override { return Refuse(); }
 
 private:
     static int Refuse() { return Fail(USB_ERR_NOT_SUPPORTED_K40); }
