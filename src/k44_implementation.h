@@ -17,8 +17,14 @@ public:
     int DownloadHiCode() override;
     int WriteSRAM(unsigned long address, unsigned char* data, unsigned int length) override;
     int ReadSRAM(unsigned long address, unsigned char* data, unsigned long length) override;
-    int ReadAndResetRTCFailure(unsigned char* flag) override;
-    int ReadClockAtBatteryFailure(unsigned long* time) override;
+
+    // Refused: only the K50 can do it. Arguments are not looked at.
+
+    int ReadAndResetRTCFailure(unsigned char*) override { return Refuse(); }
+    int ReadClockAtBatteryFailure(unsigned long*) override { return Refuse(); }
+
+private:
+    static int Refuse() { return Fail(USB_ERR_NOT_SUPPORTED_K44); }
 };
 
 #endif  // K44_IMPLEMENTATION_H

@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "kbase_implementation.h"
+#include "k44_implementation.h"
 
 namespace {
 
@@ -95,4 +95,16 @@ MemoryAccess k44_shared::WriteAccess(int boardSpeed, bool programRuns) {
 MemoryAccess k44_shared::ReadAccess(int boardSpeed) {
     return {commands::kReadPagedMemory, kPagedReadChunk.At(boardSpeed), kMemoryPageSize,
             AppendStoragePlace};
+}
+
+int K44_Implementation::WriteSRAM(unsigned long address, unsigned char* data, unsigned int length) {
+    return CheckMemoryRange(kK44MemoryLimit, USB_ERR_OUT_OF_RANGE, address, data, length) &&
+           WriteMemory(
+               k44_shared::WriteAccess(boardSpeed, hiCodeLoaded.load(std::memory_order_relaxed)),
+               address, data, length);
+}
+
+int K44_Implementation::ReadSRAM(unsigned long address, unsigned char* data, unsigned long length) {
+    return CheckMemoryRange(kK44MemoryLimit, USB_ERR_OUT_OF_RANGE, address, data, length) &&
+           ReadMemory(k44_shared::ReadAccess(boardSpeed), address, data, length);
 }
