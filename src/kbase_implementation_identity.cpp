@@ -27,7 +27,7 @@ unsigned OneWireCrc(const unsigned char* begin, const unsigned char* end) {
 int KBaseImplementation::ReadWholeReply(Command command, unsigned char* target) {
     if (target == nullptr) return Fail(USB_ERR_NULL_POINTER);
 
-    Reply reply(Reply::kRoom);
+    Reply reply = Reply::OfAnyLength();
     if (!Exchange(command, reply)) return 0;
 
     reply.CopyTo(target, Reply::kRoom);

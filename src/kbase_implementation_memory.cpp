@@ -45,7 +45,7 @@ int KBaseImplementation::ReadMemory(const MemoryAccess& access, unsigned long ad
     for (unsigned long done = 0; done < length;) {
         Payload payload;
         const unsigned long chunk = BeginChunk(access, address + done, length - done, payload);
-        Reply reply(chunk);
+        Reply reply = Reply::UpTo(chunk);
         if (!Exchange(access.command, payload, reply)) return 0;
 
         // A short reply is asked on from where it ended; an empty one would be asked for ever.

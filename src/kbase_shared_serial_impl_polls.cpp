@@ -160,7 +160,7 @@ int KBaseImplementation::ReceivePolled(_usbSerialPort port, unsigned char index,
     unsigned long emptyReplies = 0;  // in a row
     for (bool more = true; more;) {
         *length = done;
-        Reply reply(Reply::kRoom);
+        Reply reply = Reply::OfAnyLength();
         Payload request;
         if (!ExchangeWithPort(port, serial_commands::kReceivePolled, request.Byte(index), reply)) {
             return 0;

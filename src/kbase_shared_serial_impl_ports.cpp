@@ -153,7 +153,7 @@ KBaseImplementation::Received KBaseImplementation::ReceiveBytes(_usbSerialPort p
     // Half a word more than fits can be kept for the next call.
     while (longest <= room.capacity - done + (room.inWords ? done % 2 : 0)) {
         *length = done;
-        Reply reply(Reply::kRoom);
+        Reply reply = Reply::OfAnyLength();
         if (!FetchReceived(port, reply)) return Received::kFailed;
         if (reply.Length() == 0) return Received::kAll;
 

@@ -53,7 +53,8 @@ private:
 
 /**
  * The reply to one command, received into a buffer of our own that is longer than any reply of a
- * board. A byte that did not arrive reads as 0.
+ * board. A byte that did not arrive reads as 0. No more is copied than was cleared: the driver
+ * may claim bytes that it did not write, and the caller would get what lay on the stack.
  */
 class Reply {
 public:
@@ -62,8 +63,12 @@ public:
     /** As much as any operation decodes byte by byte. */
     static constexpr std::size_t kDecoded = 32;
 
-    /** Clears as much as the operation reads, so that it never reads what lay on the stack. */
-    explicit Reply(std::size_t read = kDecoded) { std::memset(bytes_, 0, read); }
+    /** To be decoded. */
+    Reply() : Reply(kDecoded) {}
+    /** To be copied or decoded, as much as comes. */
+    static Reply OfAnyLength() { return Reply(kRoom); }
+    /** To be copied, at most so much, or decoded. */
+    static Reply UpTo(std::size_t most) { return Reply(std::max(most, kDecoded)); }
 
     [[nodiscard]] unsigned char Byte(std::size_t position) const {
         assert(position < kDecoded);
@@ -86,7 +91,7 @@ public:
     }
     /** Copies what arrived, at most `most` bytes, and says how much that was. */
     std::size_t CopyTo(unsigned char* target, std::size_t most) const {
-        const std::size_t copied = std::min<std::size_t>(length_, most);
+        const std::size_t copied = std::min({std::size_t{length_}, most, cleared_});
         std::memcpy(target, bytes_, copied);
         return copied;
     }
@@ -96,7 +101,13 @@ public:
 private:
     friend class KBaseImplementation;
 
+    explicit Reply(std::size_t cleared) : cleared_(cleared) {
+        assert(cleared <= kRoom);
+        std::memset(bytes_, 0, cleared);
+    }
+
     unsigned char bytes_[kRoom];
+    std::size_t cleared_;
     // Set by the transport; the driver may claim more than there is room for, so an exchange cuts
     // it to kRoom before anyone reads it.
     unsigned long length_ = 0;
