@@ -37,6 +37,7 @@ constexpr unsigned kLongestRecordingParameter = 15000;
 // Serial ports
 constexpr unsigned kSerialPortCount = 2;
 constexpr unsigned long kK40LongestReply = 62;  // data bytes
+constexpr unsigned long kUnlimited = ~0UL / 2;  // room of which the caller tells no end
 
 // Memory
 constexpr unsigned long kFlatMemorySize = 65536;  // the memory of a K40

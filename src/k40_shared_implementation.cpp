@@ -4,6 +4,7 @@
  */
 #include "firmware_images.h"
 #include "k40_implementation.h"
+#include "memory_access.h"
 
 // Without a size, so that an image of another size does not compile.
 const unsigned char Memory8051[] = {
@@ -31,10 +32,10 @@ int K40Implementation::DownloadHiCode() {
 
 int K40Implementation::WriteSRAM(unsigned long address, unsigned char* data, unsigned int length) {
     return CheckMemoryRange(kK40MemoryLimit, USB_ERR_NOT_SUPPORTED_K40, address, data, length) &&
-           WriteMemory(WriteAccess(boardSpeed), address, data, length);
+           WriteMemory(*this, WriteAccess(boardSpeed), address, data, length);
 }
 
 int K40Implementation::ReadSRAM(unsigned long address, unsigned char* data, unsigned long length) {
     return CheckMemoryRange(kK40MemoryLimit, USB_ERR_NOT_SUPPORTED_K40, address, data, length) &&
-           ReadMemory(ReadAccess(boardSpeed), address, data, length);
+           ReadMemory(*this, ReadAccess(boardSpeed), address, data, length);
 }

@@ -59,9 +59,9 @@ int k44_shared::PerformUSBIO(const KBaseImplementation& board, unsigned char com
                              unsigned char* in, unsigned long inLen, unsigned char* out,
                              unsigned long* outLen) {
     if (outLen == nullptr || (in == nullptr && inLen > 0)) {
-        return KBaseImplementation::Fail(USB_ERR_NULL_POINTER);
+        return Fail(USB_ERR_NULL_POINTER);
     }
-    if (channel > kHighestChannel) return KBaseImplementation::Fail(USB_ERR_BAD_CHANNEL);
+    if (channel > kHighestChannel) return Fail(USB_ERR_BAD_CHANNEL);
 
     std::int32_t status = 0;
     K44TransferRecord record = {};
@@ -100,11 +100,12 @@ MemoryAccess k44_shared::ReadAccess(int boardSpeed) {
 int K44_Implementation::WriteSRAM(unsigned long address, unsigned char* data, unsigned int length) {
     return CheckMemoryRange(kK44MemoryLimit, USB_ERR_OUT_OF_RANGE, address, data, length) &&
            WriteMemory(
+               *this,
                k44_shared::WriteAccess(boardSpeed, hiCodeLoaded.load(std::memory_order_relaxed)),
                address, data, length);
 }
 
 int K44_Implementation::ReadSRAM(unsigned long address, unsigned char* data, unsigned long length) {
     return CheckMemoryRange(kK44MemoryLimit, USB_ERR_OUT_OF_RANGE, address, data, length) &&
-           ReadMemory(k44_shared::ReadAccess(boardSpeed), address, data, length);
+           ReadMemory(*this, k44_shared::ReadAccess(boardSpeed), address, data, length);
 }

@@ -20,11 +20,12 @@ int K50_Implementation::DownloadHiCode() {
 int K50_Implementation::WriteSRAM(unsigned long address, unsigned char* data, unsigned int length) {
     return CheckMemoryRange(kK50MemoryLimit, USB_ERR_OUT_OF_RANGE, address, data, length) &&
            WriteMemory(
+               *this,
                k44_shared::WriteAccess(boardSpeed, hiCodeLoaded.load(std::memory_order_relaxed)),
                address, data, length);
 }
 
 int K50_Implementation::ReadSRAM(unsigned long address, unsigned char* data, unsigned long length) {
     return CheckMemoryRange(kK50MemoryLimit, USB_ERR_OUT_OF_RANGE, address, data, length) &&
-           ReadMemory(k44_shared::ReadAccess(boardSpeed), address, data, length);
+           ReadMemory(*this, k44_shared::ReadAccess(boardSpeed), address, data, length);
 }

@@ -18,14 +18,9 @@
 #include "commands.h"
 #include "failure.h"
 #include "marvaneusb.h"
-#include "memory_access.h"
 #include "payload.h"
 
-template <class Entries>
-class Shared;
 class SharedObject;
-struct EEPROM_MAP;
-struct K40BUFFER;
 
 /** What GetFittedBoard and GetBoardType answer. */
 enum class BoardType : unsigned char { kUnknown = 0, kK40 = 1, kK44 = 2, kK50 = 3 };
@@ -229,15 +224,7 @@ public:
     [[gnu::cold]] int FailExchange(Failure::Kind kind, int code, unsigned char command, int channel,
                                    int systemError = 0) const;
 
-protected:
-    friend class MarvaneUSB;
-
-    /** GetBoardType of every model: only the code differs. */
-    static int AnswerBoardType(BoardType boardType, unsigned char* type) {
-        if (type == nullptr) return Fail(USB_ERR_NULL_POINTER);
-        *type = static_cast<unsigned char>(boardType);
-        return boardType == BoardType::kUnknown ? 0 : 1;
-    }
+    // For functions of the families that are no members, too.
 
     /** One exchange; the reply knows afterwards how much of it is there, never more than fits. */
     int Exchange(Command command, Payload& payload, Reply& reply) {
@@ -267,45 +254,6 @@ protected:
         return 1;
     }
 
-    int ReadInputImage(Command command, usbInput* image);
-
-    int CheckPulsedInput(_usbInputBitId input) const;
-    /** Of an input above 32 there is nothing to mark. */
-    void MarkPulsedInput(_usbInputBitId input);
-
-    int CheckReel(unsigned char reel) const;
-    int SendRamp(Command command, unsigned char reel, const usbRampTable& table);
-
-    /** Hands over as much as the board sent, at most what a reply holds. */
-    int ReadWholeReply(Command command, unsigned char* target);
-    int ReadClockValue(Command command, unsigned long* time);
-    int ReadFlag(Command command, unsigned char* flag);
-    int ReadFlagPair(Command command, unsigned char* flags0, unsigned char* flags1);
-
-    /** Checks that neither address nor address + length is above the limit, then the pointer. */
-    static int CheckMemoryRange(unsigned long limit, _usbErrorCode beyond, unsigned long address,
-                                const unsigned char* data, unsigned long length);
-    /** Chunk by chunk in ascending order; the first that fails ends it. */
-    int WriteMemory(const MemoryAccess& access, unsigned long address, const unsigned char* data,
-                    unsigned long length);
-    int ReadMemory(const MemoryAccess& access, unsigned long address, unsigned char* data,
-                   unsigned long length);
-
-    static int CheckEepromRange(const EEPROM_MAP* entry, unsigned short address,
-                                const unsigned char* data, unsigned int length);
-    int ConfigureWidest(const K40EEPROM* part);
-
-    enum class CallbackState : unsigned { kNone = 0, kRunning = 1, kFailed = 2 };
-    [[nodiscard]] CallbackState StateOfCallback() const;
-    int StartCallbackThread();
-    /** The stop handshake; returns once nothing of the library runs on the thread. */
-    void StopCallbackThread();
-    static void* InputsCallbackThread(void* impl) noexcept;
-    /** One pass of the thread; false when an exchange failed. */
-    bool PollChangedInputs();
-    /** Keeps of the changes those that left their input at the selected level. */
-    static void qualifyInputSelection(KBaseImplementation* impl, unsigned char* inputs);
-
     static bool IsPort(_usbSerialPort port) {
         return port == USB_SERIAL_PORT_0 || port == USB_SERIAL_PORT_1;
     }
@@ -332,48 +280,38 @@ protected:
         return ExchangeWithPort(port, code, payload, ignored);
     }
 
-    /** What is sent, and how a chunk of it, in bytes, goes into a payload. */
-    struct SerialSource {
-        const void* data;
-        void (*append)(Payload& payload, const void* data, unsigned long done, unsigned long chunk);
-    };
-    int SendChunks(_usbSerialPort port, unsigned long bytes, const SerialSource& source);
-
-    /** Where received bytes go. The capacity is in bytes; in words, a half one may be kept. */
-    struct ReceiveRoom {
-        unsigned char* buffer;
-        unsigned long capacity;
-        bool inWords;
-    };
-    enum class Received { kFailed, kSome, kAll };
-    static constexpr unsigned long kUnlimited = ~0UL / 2;
-    unsigned long LongestReply();
-    int FetchReceived(_usbSerialPort port, Reply& reply);
-    /** Fetches until nothing comes, or another reply may not fit. */
-    Received ReceiveBytes(_usbSerialPort port, ReceiveRoom room, unsigned long* length);
-
-    int FetchTimestamped(_usbSerialPort port, K40BUFFER& entry);
-    template <class Data>
-    int ReceiveTimestamped(_usbSerialPort port, Data* data, unsigned char* timestamp,
-                           unsigned int* received);
-
-    template <class Config>
-    int ConfigurePoll(_usbSerialPort port, Config* config);
-    /** Where a polled message goes, and how many replies in a row may bring nothing of it. */
-    struct PolledRoom {
-        unsigned char* buffer;
-        unsigned long capacity;
-        unsigned long emptyReplies;
-    };
-    int ReceivePolled(_usbSerialPort port, unsigned char index, const PolledRoom& room,
-                      unsigned long* length, unsigned int* status);
-    int SendPolledIndex(_usbSerialPort port, unsigned char command, unsigned char index);
-
-    using OutputHandle = Shared<usbOutput[kDeviceCount]>;
     int SetPeriodOutputs(usbOutput& pattern, unsigned char command);
-    int ReplacePeriodOutputs(OutputHandle& handle, usbOutput& pattern, Command command);
-    int ChangePeriodOutputBit(OutputHandle& handle, _usbOutputId outputByte, int bit,
-                              unsigned int value, Command command);
+
+    static constexpr int kNothingKept = -1;  // of half a word
+
+protected:
+    friend class MarvaneUSB;
+
+    /** GetBoardType of every model: only the code differs. */
+    static int AnswerBoardType(BoardType boardType, unsigned char* type) {
+        if (type == nullptr) return Fail(USB_ERR_NULL_POINTER);
+        *type = static_cast<unsigned char>(boardType);
+        return boardType == BoardType::kUnknown ? 0 : 1;
+    }
+
+    int CheckPulsedInput(_usbInputBitId input) const;
+    /** Of an input above 32 there is nothing to mark. */
+    void MarkPulsedInput(_usbInputBitId input);
+
+    int CheckReel(unsigned char reel) const;
+
+    int ReadClockValue(Command command, unsigned long* time);
+
+    enum class CallbackState : unsigned { kNone = 0, kRunning = 1, kFailed = 2 };
+    [[nodiscard]] CallbackState StateOfCallback() const;
+    int StartCallbackThread();
+    /** The stop handshake; returns once nothing of the library runs on the thread. */
+    void StopCallbackThread();
+    static void* InputsCallbackThread(void* impl) noexcept;
+    /** One pass of the thread; false when an exchange failed. */
+    bool PollChangedInputs();
+    /** Keeps of the changes those that left their input at the selected level. */
+    static void qualifyInputSelection(KBaseImplementation* impl, unsigned char* inputs);
 
     std::atomic<bool> hiCodeLoaded;  // the program runs; set by the loader, never cleared
     int boardSpeed;                  // kFullSpeed or kHighSpeed
@@ -396,7 +334,6 @@ protected:
 
     // Not part of what a model or the facade may count on.
 
-    static constexpr int kNothingKept = -1;
     std::atomic<int> keptByte[kSerialPortCount];  // half a word that waits for the other
     std::atomic<int> callbackThreadId = 0;        // the kernel's number of the thread
     std::atomic<int> callbackThreadForks = 0;     // forks before the thread was started
@@ -406,5 +343,13 @@ private:
     // Constant initialisation and a plain integer: nothing runs when a thread begins or ends.
     static constinit thread_local int error_no;
 };
+
+// Functions that are no members name a failure as the operations do.
+inline int Fail(_usbErrorCode code) {
+    return KBaseImplementation::Fail(code);
+}
+inline int FailWithout(const SharedObject& missing) {
+    return KBaseImplementation::FailWithout(missing);
+}
 
 #endif  // KBASE_IMPLEMENTATION_H

@@ -4,6 +4,32 @@
  */
 #include "kbase_implementation.h"
 
+namespace {
+
+int ReadFlag(KBaseImplementation& board, Command command, unsigned char* flag) {
+    if (flag == nullptr) return Fail(USB_ERR_NULL_POINTER);
+
+    Reply reply;
+    if (!board.Exchange(command, reply)) return 0;
+
+    *flag = reply.Byte(0);
+    return 1;
+}
+
+int ReadFlagPair(KBaseImplementation& board, Command command, unsigned char* flags0,
+                 unsigned char* flags1) {
+    if (flags0 == nullptr || flags1 == nullptr) return Fail(USB_ERR_NULL_POINTER);
+
+    Reply reply;
+    if (!board.Exchange(command, reply)) return 0;
+
+    *flags0 = reply.Byte(0);
+    *flags1 = reply.Byte(1);
+    return 1;
+}
+
+}  // namespace
+
 int KBaseImplementation::ReadClockValue(Command command, unsigned long* time) {
     if (time == nullptr) return Fail(USB_ERR_NULL_POINTER);
 
@@ -11,28 +37,6 @@ int KBaseImplementation::ReadClockValue(Command command, unsigned long* time) {
     if (!Exchange(command, reply)) return 0;
 
     *time = reply.LowFirst32(0);
-    return 1;
-}
-
-int KBaseImplementation::ReadFlag(Command command, unsigned char* flag) {
-    if (flag == nullptr) return Fail(USB_ERR_NULL_POINTER);
-
-    Reply reply;
-    if (!Exchange(command, reply)) return 0;
-
-    *flag = reply.Byte(0);
-    return 1;
-}
-
-int KBaseImplementation::ReadFlagPair(Command command, unsigned char* flags0,
-                                      unsigned char* flags1) {
-    if (flags0 == nullptr || flags1 == nullptr) return Fail(USB_ERR_NULL_POINTER);
-
-    Reply reply;
-    if (!Exchange(command, reply)) return 0;
-
-    *flags0 = reply.Byte(0);
-    *flags1 = reply.Byte(1);
     return 1;
 }
 
@@ -45,11 +49,11 @@ int KBaseImplementation::GetClock(unsigned long* time) {
 }
 
 int KBaseImplementation::ReadAndResetRTCFailure(unsigned char* flag) {
-    return ReadFlag(commands::kRtcFailure, flag);
+    return ReadFlag(*this, commands::kRtcFailure, flag);
 }
 
 int KBaseImplementation::ReadAndResetBatteryFailFlag(unsigned char* flag) {
-    return ReadFlag(commands::kBatteryFailFlag, flag);
+    return ReadFlag(*this, commands::kBatteryFailFlag, flag);
 }
 
 int KBaseImplementation::StartSecuritySwitchRead() {
@@ -73,10 +77,10 @@ int KBaseImplementation::ClearSecuritySwitches() {
 
 int KBaseImplementation::ReadAndResetSecuritySwitchFlags(unsigned char* flags0,
                                                          unsigned char* flags1) {
-    return ReadFlagPair(commands::kSwitchFlags, flags0, flags1);
+    return ReadFlagPair(*this, commands::kSwitchFlags, flags0, flags1);
 }
 
 int KBaseImplementation::CachedReadAndResetSecuritySwitchFlags(unsigned char* flags0,
                                                                unsigned char* flags1) {
-    return ReadFlagPair(commands::kCachedSwitchFlags, flags0, flags1);
+    return ReadFlagPair(*this, commands::kCachedSwitchFlags, flags0, flags1);
 }

@@ -10,6 +10,7 @@
 
 #include "kbase_implementation.h"
 #include "kbase_shared_implementation.h"
+#include "memory_access.h"
 
 namespace {
 
@@ -53,6 +54,23 @@ void StoreEntry(EEPROM_MAP& entry, const K40EEPROM& part) {
     std::atomic_ref<std::uint64_t>(reinterpret_cast<std::uint64_t&>(entry)).store(bits);
 }
 
+int CheckEepromRange(const EEPROM_MAP* entry, unsigned short address, const unsigned char* data,
+                     unsigned int length) {
+    if (address < kReservedBytes) return Fail(USB_ERR_OUT_OF_RANGE);
+    if (entry == nullptr) return FailWithout(SharedcurrentEEPROM);
+    // In 64 bits, where the sum cannot wrap.
+    if (std::uint64_t{address} + length > entry->eeprom.highestAddress) {
+        return Fail(USB_ERR_OUT_OF_RANGE);
+    }
+    return data == nullptr ? Fail(USB_ERR_NULL_POINTER) : 1;
+}
+
+int ConfigureWidest(KBaseImplementation& board, const K40EEPROM* part) {
+    K40EEPROM copy;
+    std::memcpy(&copy, part, sizeof copy);
+    return board.ConfigureEEPROM(&copy);
+}
+
 }  // namespace
 
 int KBaseImplementation::ConfigureEEPROM(K40EEPROM* eeprom) {
@@ -69,29 +87,18 @@ int KBaseImplementation::ConfigureEEPROM(K40EEPROM* eeprom) {
                                                     .Byte(eeprom->busAddress));
 }
 
-int KBaseImplementation::CheckEepromRange(const EEPROM_MAP* entry, unsigned short address,
-                                          const unsigned char* data, unsigned int length) {
-    if (address < kReservedBytes) return Fail(USB_ERR_OUT_OF_RANGE);
-    if (entry == nullptr) return FailWithout(SharedcurrentEEPROM);
-    // In 64 bits, where the sum cannot wrap.
-    if (std::uint64_t{address} + length > entry->eeprom.highestAddress) {
-        return Fail(USB_ERR_OUT_OF_RANGE);
-    }
-    return data == nullptr ? Fail(USB_ERR_NULL_POINTER) : 1;
-}
-
 int KBaseImplementation::ReadEEPROM(unsigned short address, unsigned char* data,
                                     unsigned int length) {
     const EepromEntries entries(SharedcurrentEEPROM);
     return CheckEepromRange(entries.Find(GetDeviceNo()), address, data, length) &&
-           ReadMemory(kRead, address, data, length);
+           ReadMemory(*this, kRead, address, data, length);
 }
 
 int KBaseImplementation::WriteEEPROM(unsigned short address, unsigned char* data,
                                      unsigned int length) {
     const EepromEntries entries(SharedcurrentEEPROM);
     return CheckEepromRange(entries.Find(GetDeviceNo()), address, data, length) &&
-           WriteMemory(kWrite, address, data, length);
+           WriteMemory(*this, kWrite, address, data, length);
 }
 
 int KBaseImplementation::UncheckedReadEEPROM(unsigned short address, unsigned char* data,
@@ -99,7 +106,7 @@ int KBaseImplementation::UncheckedReadEEPROM(unsigned short address, unsigned ch
     const EepromEntries entries(SharedcurrentEEPROM);
     if (data == nullptr) return Fail(USB_ERR_NULL_POINTER);
     if (entries.Find(GetDeviceNo()) == nullptr) return FailWithout(SharedcurrentEEPROM);
-    return ReadMemory(kRead, address, data, length);
+    return ReadMemory(*this, kRead, address, data, length);
 }
 
 int KBaseImplementation::EEPROMConfigured(int number) {
@@ -115,12 +122,12 @@ int KBaseImplementation::CheckEEPROM(K40EEPROM* eeprom) {
     const LastFailure::Mark before = LastFailure::GetMark();
     Sample reference;
     const PartClass* found = &kTwoAddressBytes;
-    if (!ConfigureWidest(kTwoAddressBytes.widest)) return 0;
+    if (!ConfigureWidest(*this, kTwoAddressBytes.widest)) return 0;
     if (!UncheckedReadEEPROM(0, reference, kSampleSize)) {
         ClearErrors();
         LastFailure::GoBackTo(before);  // that this class does not answer is an answer
         found = &kOneAddressByte;
-        if (!ConfigureWidest(kOneAddressByte.widest)) return 0;
+        if (!ConfigureWidest(*this, kOneAddressByte.widest)) return 0;
         if (!UncheckedReadEEPROM(0, reference, kSampleSize)) return 0;
     }
 
@@ -132,10 +139,4 @@ int KBaseImplementation::CheckEEPROM(K40EEPROM* eeprom) {
     }
     std::memcpy(eeprom, &PartOfSize(size), sizeof *eeprom);
     return 1;
-}
-
-int KBaseImplementation::ConfigureWidest(const K40EEPROM* part) {
-    K40EEPROM copy;
-    std::memcpy(&copy, part, sizeof copy);
-    return ConfigureEEPROM(&copy);
 }

@@ -22,28 +22,29 @@ unsigned OneWireCrc(const unsigned char* begin, const unsigned char* end) {
     return crc;
 }
 
-}  // namespace
-
-int KBaseImplementation::ReadWholeReply(Command command, unsigned char* target) {
+/** Hands over as much as the board sent, at most what a reply holds. */
+int ReadWholeReply(KBaseImplementation& board, Command command, unsigned char* target) {
     if (target == nullptr) return Fail(USB_ERR_NULL_POINTER);
 
     Reply reply = Reply::OfAnyLength();
-    if (!Exchange(command, reply)) return 0;
+    if (!board.Exchange(command, reply)) return 0;
 
     reply.CopyTo(target, Reply::kRoom);
     return 1;
 }
 
+}  // namespace
+
 int KBaseImplementation::Get8051Version(unsigned char* version) {
-    return ReadWholeReply(commands::kGet8051Version, version);
+    return ReadWholeReply(*this, commands::kGet8051Version, version);
 }
 
 int KBaseImplementation::GetPICVersion(unsigned char* version) {
-    return ReadWholeReply(commands::kGetPicVersion, version);
+    return ReadWholeReply(*this, commands::kGetPicVersion, version);
 }
 
 int KBaseImplementation::GetPICSerialNumber(unsigned char* serial) {
-    return ReadWholeReply(commands::kGetPicSerial, serial);
+    return ReadWholeReply(*this, commands::kGetPicSerial, serial);
 }
 
 int KBaseImplementation::SetPICSerialNumber(unsigned char* serial) {

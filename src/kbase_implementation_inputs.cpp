@@ -4,26 +4,30 @@
  */
 #include "kbase_implementation.h"
 
-int KBaseImplementation::ReadInputImage(Command command, usbInput* image) {
+namespace {
+
+int ReadInputImage(KBaseImplementation& board, Command command, usbInput* image) {
     if (image == nullptr) return Fail(USB_ERR_NULL_POINTER);
 
     Reply reply;
-    if (!Exchange(command, reply)) return 0;
+    if (!board.Exchange(command, reply)) return 0;
 
     reply.Decode(0, image->bytes);
     return 1;
 }
 
+}  // namespace
+
 int KBaseImplementation::GetInputs(usbInput* inputs) {
-    return ReadInputImage(commands::kGetInputs, inputs);
+    return ReadInputImage(*this, commands::kGetInputs, inputs);
 }
 
 int KBaseImplementation::GetRawInputs(usbInput* inputs) {
-    return ReadInputImage(commands::kGetRawInputs, inputs);
+    return ReadInputImage(*this, commands::kGetRawInputs, inputs);
 }
 
 int KBaseImplementation::GetChangedInputs(usbInput* changed) {
-    return ReadInputImage(commands::kGetChangedInputs, changed);
+    return ReadInputImage(*this, commands::kGetChangedInputs, changed);
 }
 
 int KBaseImplementation::GetInputs(unsigned char* inputs) {

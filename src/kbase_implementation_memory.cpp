@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "kbase_implementation.h"
+#include "memory_access.h"
 
 namespace {
 
@@ -20,33 +21,32 @@ unsigned long BeginChunk(const MemoryAccess& access, unsigned long address, unsi
 
 }  // namespace
 
-int KBaseImplementation::CheckMemoryRange(unsigned long limit, _usbErrorCode beyond,
-                                          unsigned long address, const unsigned char* data,
-                                          unsigned long length) {
+int CheckMemoryRange(unsigned long limit, _usbErrorCode beyond, unsigned long address,
+                     const unsigned char* data, unsigned long length) {
     // The sum of the application's two numbers could wrap; this difference cannot.
     if (address > limit || length > limit - address) return Fail(beyond);
     if (data == nullptr) return Fail(USB_ERR_NULL_POINTER);
     return 1;
 }
 
-int KBaseImplementation::WriteMemory(const MemoryAccess& access, unsigned long address,
-                                     const unsigned char* data, unsigned long length) {
+int WriteMemory(KBaseImplementation& board, const MemoryAccess& access, unsigned long address,
+                const unsigned char* data, unsigned long length) {
     for (unsigned long done = 0; done < length;) {
         Payload payload;
         const unsigned long chunk = BeginChunk(access, address + done, length - done, payload);
-        if (!Exchange(access.command, payload.Bytes(data + done, chunk))) return 0;
+        if (!board.Exchange(access.command, payload.Bytes(data + done, chunk))) return 0;
         done += chunk;
     }
     return 1;
 }
 
-int KBaseImplementation::ReadMemory(const MemoryAccess& access, unsigned long address,
-                                    unsigned char* data, unsigned long length) {
+int ReadMemory(KBaseImplementation& board, const MemoryAccess& access, unsigned long address,
+               unsigned char* data, unsigned long length) {
     for (unsigned long done = 0; done < length;) {
         Payload payload;
         const unsigned long chunk = BeginChunk(access, address + done, length - done, payload);
         Reply reply = Reply::UpTo(chunk);
-        if (!Exchange(access.command, payload, reply)) return 0;
+        if (!board.Exchange(access.command, payload, reply)) return 0;
 
         // A short reply is asked on from where it ended; an empty one would be asked for ever.
         if (reply.Length() == 0) return Fail(USB_ERR_TRANSFER_FAILED);

@@ -9,6 +9,7 @@
 
 namespace {
 
+using OutputHandle = Shared<usbOutput[kDeviceCount]>;
 using OutputCopies = SharedProxy<usbOutput[kDeviceCount]>;
 
 void ApplyMasks(usbOutput& copy, const usbOutput& on, const usbOutput& off) {
@@ -83,6 +84,29 @@ bool IsPeriodBit(_usbOutputId outputByte, int bit, unsigned int value) {
     return value <= 1;
 }
 
+int ReplacePeriodOutputs(KBaseImplementation& board, OutputHandle& handle, usbOutput& pattern,
+                         Command command) {
+    OutputCopies copies(handle);
+    usbOutput* copy = copies.Find(board.GetDeviceNo());
+    if (copy == nullptr) return FailWithout(handle);
+
+    *copy = pattern;
+    return board.SetPeriodOutputs(pattern, command.code);
+}
+
+int ChangePeriodOutputBit(KBaseImplementation& board, OutputHandle& handle, _usbOutputId outputByte,
+                          int bit, unsigned int value, Command command) {
+    OutputCopies copies(handle);
+    if (!IsPeriodBit(outputByte, bit, value)) return Fail(USB_ERR_OUT_OF_RANGE);
+    usbOutput* copy = copies.Find(board.GetDeviceNo());
+    if (copy == nullptr) return FailWithout(handle);
+
+    const auto mask = static_cast<unsigned char>(1U << static_cast<unsigned>(bit));
+    unsigned char& byte = copy->bytes[outputByte];
+    byte = static_cast<unsigned char>(value == 1 ? byte | mask : byte & ~mask);
+    return board.SetPeriodOutputs(*copy, command.code);
+}
+
 }  // namespace
 
 int KBaseImplementation::ModifyOutputs(usbOutput* off, usbOutput* on) {
@@ -125,45 +149,24 @@ int KBaseImplementation::SetPeriodOutputs(usbOutput& pattern, unsigned char comm
     return Exchange({command, Channel::kDigitalIo}, Payload().Bytes(pattern.bytes));
 }
 
-int KBaseImplementation::ReplacePeriodOutputs(OutputHandle& handle, usbOutput& pattern,
-                                              Command command) {
-    OutputCopies copies(handle);
-    usbOutput* copy = copies.Find(GetDeviceNo());
-    if (copy == nullptr) return FailWithout(handle);
-
-    *copy = pattern;
-    return SetPeriodOutputs(pattern, command.code);
-}
-
-int KBaseImplementation::ChangePeriodOutputBit(OutputHandle& handle, _usbOutputId outputByte,
-                                               int bit, unsigned int value, Command command) {
-    OutputCopies copies(handle);
-    if (!IsPeriodBit(outputByte, bit, value)) return Fail(USB_ERR_OUT_OF_RANGE);
-    usbOutput* copy = copies.Find(GetDeviceNo());
-    if (copy == nullptr) return FailWithout(handle);
-
-    const auto mask = static_cast<unsigned char>(1U << static_cast<unsigned>(bit));
-    unsigned char& byte = copy->bytes[outputByte];
-    byte = static_cast<unsigned char>(value == 1 ? byte | mask : byte & ~mask);
-    return SetPeriodOutputs(*copy, command.code);
-}
-
 int KBaseImplementation::SetOnPeriodOutputs(usbOutput pattern) {
-    return ReplacePeriodOutputs(SharedOutOnCopy, pattern, commands::kSetOnPeriod);
+    return ReplacePeriodOutputs(*this, SharedOutOnCopy, pattern, commands::kSetOnPeriod);
 }
 
 int KBaseImplementation::SetOffPeriodOutputs(usbOutput pattern) {
-    return ReplacePeriodOutputs(SharedOutOffCopy, pattern, commands::kSetOffPeriod);
+    return ReplacePeriodOutputs(*this, SharedOutOffCopy, pattern, commands::kSetOffPeriod);
 }
 
 int KBaseImplementation::SetOnPeriodOutputBit(_usbOutputId outputByte, int bit,
                                               unsigned int value) {
-    return ChangePeriodOutputBit(SharedOutOnCopy, outputByte, bit, value, commands::kSetOnPeriod);
+    return ChangePeriodOutputBit(*this, SharedOutOnCopy, outputByte, bit, value,
+                                 commands::kSetOnPeriod);
 }
 
 int KBaseImplementation::SetOffPeriodOutputBit(_usbOutputId outputByte, int bit,
                                                unsigned int value) {
-    return ChangePeriodOutputBit(SharedOutOffCopy, outputByte, bit, value, commands::kSetOffPeriod);
+    return ChangePeriodOutputBit(*this, SharedOutOffCopy, outputByte, bit, value,
+                                 commands::kSetOffPeriod);
 }
 
 int KBaseImplementation::SetOutputBrightness(unsigned char level) {

@@ -10,9 +10,17 @@ namespace {
 int CheckSpinSetting(unsigned char spinSetting) {
     const auto setting = static_cast<signed char>(spinSetting);
     if (setting < kLowestSpinSetting || setting > kHighestSpinSetting) {
-        return KBaseImplementation::Fail(USB_ERR_OUT_OF_RANGE);
+        return Fail(USB_ERR_OUT_OF_RANGE);
     }
     return 1;
+}
+
+int SendRamp(KBaseImplementation& board, Command command, unsigned char reel,
+             const usbRampTable& table) {
+    if (reel >= kReelCount) return Fail(USB_ERR_BAD_REEL);
+    if (table.length > kRampStepCount) return Fail(USB_ERR_OUT_OF_RANGE);
+    return board.Exchange(command,
+                          Payload().Byte(reel).Byte(table.length).Bytes(table.steps, table.length));
 }
 
 }  // namespace
@@ -44,19 +52,12 @@ int KBaseImplementation::SpinReels(unsigned char reel, unsigned char spinSetting
                     Payload().Byte(reel).Byte(spinSetting).HighFirst(spinValue));
 }
 
-int KBaseImplementation::SendRamp(Command command, unsigned char reel, const usbRampTable& table) {
-    if (reel >= kReelCount) return Fail(USB_ERR_BAD_REEL);
-    if (table.length > kRampStepCount) return Fail(USB_ERR_OUT_OF_RANGE);
-    return Exchange(command,
-                    Payload().Byte(reel).Byte(table.length).Bytes(table.steps, table.length));
-}
-
 int KBaseImplementation::SpinRampUp(unsigned char reel, usbRampTable table) {
-    return SendRamp(commands::kRampUp, reel, table);
+    return SendRamp(*this, commands::kRampUp, reel, table);
 }
 
 int KBaseImplementation::SpinRampDown(unsigned char reel, usbRampTable table) {
-    return SendRamp(commands::kRampDown, reel, table);
+    return SendRamp(*this, commands::kRampDown, reel, table);
 }
 
 int KBaseImplementation::SetDutyCycle(unsigned char duty1, unsigned char duty2,

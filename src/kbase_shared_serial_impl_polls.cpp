@@ -71,27 +71,79 @@ Payload& AppendPoll(Payload& payload, const Config& config) {
     return payload.Bytes(config.Message1, length1).Bytes(config.Message2, length2);
 }
 
-}  // namespace
-
 template <class Config>
-int KBaseImplementation::ConfigurePoll(_usbSerialPort port, Config* config) {
+int ConfigurePoll(KBaseImplementation& board, _usbSerialPort port, Config* config) {
     if (config == nullptr) return Fail(USB_ERR_NULL_POINTER);
-    if (!CheckPort(port)) return 0;
+    if (!board.CheckPort(port)) return 0;
     // The record is read once: what is checked is what is sent.
     const Config checked = *config;
     if (!IsPollConfig(checked)) return Fail(USB_ERR_OUT_OF_RANGE);
 
     if (checked.TimeMs > kLongestTimeMs) config->TimeMs = kLongestTimeMs;
     Payload payload;
-    return ExchangeWithPort(port, serial_commands::kConfigurePoll, AppendPoll(payload, checked));
+    return board.ExchangeWithPort(port, serial_commands::kConfigurePoll,
+                                  AppendPoll(payload, checked));
 }
 
+int SendPolledIndex(KBaseImplementation& board, _usbSerialPort port, unsigned char command,
+                    unsigned char index) {
+    if (index > kHighestIndex) return Fail(USB_ERR_OUT_OF_RANGE);
+    return board.CheckPort(port) && board.ExchangeWithPort(port, command, Payload().Byte(index));
+}
+
+/** Where a polled message goes, and how many replies in a row may bring nothing of it. */
+struct PolledRoom {
+    unsigned char* buffer;
+    unsigned long capacity;
+    unsigned long emptyReplies;
+};
+
+int ReceivePolled(KBaseImplementation& board, _usbSerialPort port, unsigned char index,
+                  const PolledRoom& room, unsigned long* length, unsigned int* status) {
+    constexpr unsigned long kHeader = 2;  // status, more
+    if (length == nullptr || room.buffer == nullptr || status == nullptr) {
+        return Fail(USB_ERR_NULL_POINTER);
+    }
+    if (index > kHighestIndex) return Fail(USB_ERR_OUT_OF_RANGE);
+    if (!board.CheckPort(port)) return 0;
+
+    // Counted apart from *length, which the application can reach: no place depends on it.
+    unsigned long done = 0;
+    unsigned long emptyReplies = 0;  // in a row
+    for (bool more = true; more;) {
+        *length = done;
+        Reply reply = Reply::OfAnyLength();
+        Payload request;
+        if (!board.ExchangeWithPort(port, serial_commands::kReceivePolled, request.Byte(index),
+                                    reply)) {
+            return 0;
+        }
+        if (reply.Length() > 0) *status = reply.Byte(0);
+        if (reply.Length() < kHeader) return 1;
+        const unsigned long data = reply.Length() - kHeader;
+        if (data > room.capacity - done) return Fail(USB_ERR_DATA_TOO_LONG);
+        std::memcpy(room.buffer + done, reply.Data() + kHeader, data);
+        done += data;
+        more = reply.Byte(1) != 0;
+        emptyReplies = data == 0 ? emptyReplies + 1 : 0;
+        if (more && emptyReplies >= room.emptyReplies) {
+            return board.FailExchange(Failure::Kind::kEmptyReplies, USB_ERR_TRANSFER_FAILED,
+                                      serial_commands::kReceivePolled,
+                                      KBaseImplementation::ChannelOf(port));
+        }
+    }
+    *length = done;
+    return 1;
+}
+
+}  // namespace
+
 int KBaseImplementation::ConfigureCCTalkPort(_usbSerialPort port, CCTalkConfig* config) {
-    return ConfigurePoll(port, config);
+    return ConfigurePoll(*this, port, config);
 }
 
 int KBaseImplementation::ConfigureRS232Poll(_usbSerialPort port, RS232PollConfig* config) {
-    return ConfigurePoll(port, config);
+    return ConfigurePoll(*this, port, config);
 }
 
 int KBaseImplementation::SetTimeoutMessage(_usbSerialPort port, unsigned char* message,
@@ -119,65 +171,22 @@ int KBaseImplementation::SetPolledHostTimeout(_usbSerialPort port, unsigned char
                             Payload().Byte(index).Byte(units));
 }
 
-int KBaseImplementation::SendPolledIndex(_usbSerialPort port, unsigned char command,
-                                         unsigned char index) {
-    if (index > kHighestIndex) return Fail(USB_ERR_OUT_OF_RANGE);
-    return CheckPort(port) && ExchangeWithPort(port, command, Payload().Byte(index));
-}
-
 int KBaseImplementation::EmptyPolledBuffer(_usbSerialPort port, unsigned char index) {
-    return SendPolledIndex(port, serial_commands::kEmptyPolledBuffer, index);
+    return SendPolledIndex(*this, port, serial_commands::kEmptyPolledBuffer, index);
 }
 
 int KBaseImplementation::DeletePolledMessage(_usbSerialPort port, unsigned char index) {
-    return SendPolledIndex(port, serial_commands::kDeletePolled, index);
+    return SendPolledIndex(*this, port, serial_commands::kDeletePolled, index);
 }
 
 int KBaseImplementation::ReceivePolledMessage(_usbSerialPort port, unsigned char index,
                                               unsigned char* buffer, unsigned long* length,
                                               unsigned int* status) {
-    return ReceivePolled(port, index, {buffer, kUnlimited, kUnlimited}, length, status);
+    return ReceivePolled(*this, port, index, {buffer, kUnlimited, kUnlimited}, length, status);
 }
 
 int KBaseImplementation::ReceivePolledMessageEx(_usbSerialPort port, unsigned char index,
                                                 unsigned char* buffer, unsigned long capacity,
                                                 unsigned long* length, unsigned int* status) {
-    return ReceivePolled(port, index, {buffer, capacity, kMostEmptyReplies}, length, status);
-}
-
-int KBaseImplementation::ReceivePolled(_usbSerialPort port, unsigned char index,
-                                       const PolledRoom& room, unsigned long* length,
-                                       unsigned int* status) {
-    constexpr unsigned long kHeader = 2;  // status, more
-    if (length == nullptr || room.buffer == nullptr || status == nullptr) {
-        return Fail(USB_ERR_NULL_POINTER);
-    }
-    if (index > kHighestIndex) return Fail(USB_ERR_OUT_OF_RANGE);
-    if (!CheckPort(port)) return 0;
-
-    // Counted apart from *length, which the application can reach: no place depends on it.
-    unsigned long done = 0;
-    unsigned long emptyReplies = 0;  // in a row
-    for (bool more = true; more;) {
-        *length = done;
-        Reply reply = Reply::OfAnyLength();
-        Payload request;
-        if (!ExchangeWithPort(port, serial_commands::kReceivePolled, request.Byte(index), reply)) {
-            return 0;
-        }
-        if (reply.Length() > 0) *status = reply.Byte(0);
-        if (reply.Length() < kHeader) return 1;
-        const unsigned long data = reply.Length() - kHeader;
-        if (data > room.capacity - done) return Fail(USB_ERR_DATA_TOO_LONG);
-        std::memcpy(room.buffer + done, reply.Data() + kHeader, data);
-        done += data;
-        more = reply.Byte(1) != 0;
-        emptyReplies = data == 0 ? emptyReplies + 1 : 0;
-        if (more && emptyReplies >= room.emptyReplies) {
-            return FailExchange(Failure::Kind::kEmptyReplies, USB_ERR_TRANSFER_FAILED,
-                                serial_commands::kReceivePolled, ChannelOf(port));
-        }
-    }
-    *length = done;
-    return 1;
+    return ReceivePolled(*this, port, index, {buffer, capacity, kMostEmptyReplies}, length, status);
 }

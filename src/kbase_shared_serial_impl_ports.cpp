@@ -59,8 +59,79 @@ void FromHighFirst(unsigned short* words, unsigned long count) {
     }
 }
 
+/** What is sent, and how a chunk of it, in bytes, goes into a payload. */
+struct SerialSource {
+    const void* data;
+    void (*append)(Payload& payload, const void* data, unsigned long done, unsigned long chunk);
+};
+
+int SendChunks(KBaseImplementation& board, _usbSerialPort port, unsigned long bytes,
+               const SerialSource& source) {
+    unsigned char speed = 0;
+    board.GetBoardSpeed(&speed);
+    const unsigned long longest = kSerialSendChunk.At(speed);
+    for (unsigned long done = 0; done < bytes;) {
+        const unsigned long chunk = std::min(bytes - done, longest);
+        Payload payload;
+        source.append(payload, source.data, done, chunk);
+        if (!board.ExchangeWithPort(port, serial_commands::kSend, payload)) return 0;
+        done += chunk;
+    }
+    return 1;
+}
+
 // One for the process, whatever board and object; only port 0 is sent it.
 constinit std::atomic<unsigned char> message_id = 0;
+
+int FetchReceived(KBaseImplementation& board, _usbSerialPort port, Reply& reply) {
+    if (port == USB_SERIAL_PORT_1) {
+        return board.ExchangeWithPort(port, serial_commands::kReceive, reply);
+    }
+    Payload payload;
+    payload.Byte(message_id.fetch_add(1, std::memory_order_relaxed));
+    return board.ExchangeWithPort(port, serial_commands::kReceive, payload, reply);
+}
+
+unsigned long LongestReply(KBaseImplementation& board) {
+    unsigned char type = 0;
+    board.GetBoardType(&type);
+    return type == static_cast<unsigned char>(BoardType::kK40) ? kK40LongestReply : Reply::kRoom;
+}
+
+/** Where received bytes go. The capacity is in bytes; in words, a half one may be kept. */
+struct ReceiveRoom {
+    unsigned char* buffer;
+    unsigned long capacity;
+    bool inWords;
+    std::atomic<int>& keptByte;
+};
+enum class Received { kFailed, kSome, kAll };
+
+/** Fetches until nothing comes, or another reply may not fit. */
+Received ReceiveBytes(KBaseImplementation& board, _usbSerialPort port, ReceiveRoom room,
+                      unsigned long* length) {
+    // Counted apart from *length, which the application can reach: no place depends on it.
+    unsigned long done = 0;
+    // What an earlier call read ahead comes first.
+    if (const int kept = room.keptByte.exchange(KBaseImplementation::kNothingKept);
+        kept != KBaseImplementation::kNothingKept) {
+        room.buffer[done++] = static_cast<unsigned char>(kept);
+    }
+    const unsigned long longest = LongestReply(board);
+    // Half a word more than fits can be kept for the next call.
+    while (longest <= room.capacity - done + (room.inWords ? done % 2 : 0)) {
+        *length = done;
+        Reply reply = Reply::OfAnyLength();
+        if (!FetchReceived(board, port, reply)) return Received::kFailed;
+        if (reply.Length() == 0) return Received::kAll;
+
+        const unsigned long copied = reply.CopyTo(room.buffer + done, room.capacity - done);
+        if (copied < reply.Length()) room.keptByte = reply.Data()[copied];
+        done += copied;
+    }
+    *length = done;
+    return Received::kSome;
+}
 
 }  // namespace
 
@@ -85,27 +156,12 @@ int KBaseImplementation::SetConfig(_usbSerialPort port, _DCB* dcb, _usbPortType 
     return 1;
 }
 
-int KBaseImplementation::SendChunks(_usbSerialPort port, unsigned long bytes,
-                                    const SerialSource& source) {
-    unsigned char speed = 0;
-    GetBoardSpeed(&speed);
-    const unsigned long longest = kSerialSendChunk.At(speed);
-    for (unsigned long done = 0; done < bytes;) {
-        const unsigned long chunk = std::min(bytes - done, longest);
-        Payload payload;
-        source.append(payload, source.data, done, chunk);
-        if (!ExchangeWithPort(port, serial_commands::kSend, payload)) return 0;
-        done += chunk;
-    }
-    return 1;
-}
-
 int KBaseImplementation::Send(_usbSerialPort port, unsigned char* data, unsigned int length) {
     if (data == nullptr) return Fail(USB_ERR_NULL_POINTER);
     if (!CheckPort(port)) return 0;
 
     return SendChunks(
-        port, length,
+        *this, port, length,
         {data, [](Payload& payload, const void* from, unsigned long done, unsigned long chunk) {
              payload.Bytes(static_cast<const unsigned char*>(from) + done, chunk);
          }});
@@ -117,7 +173,7 @@ int KBaseImplementation::Send9BitData(_usbSerialPort port, unsigned short* words
     if (!CheckPort(port)) return 0;
 
     return SendChunks(
-        port, 2UL * count,
+        *this, port, 2UL * count,
         {words, [](Payload& payload, const void* from, unsigned long done, unsigned long chunk) {
              const auto* next = static_cast<const unsigned short*>(from) + done / 2;
              for (unsigned long i = 0; i < chunk / 2; ++i)
@@ -125,63 +181,23 @@ int KBaseImplementation::Send9BitData(_usbSerialPort port, unsigned short* words
          }});
 }
 
-int KBaseImplementation::FetchReceived(_usbSerialPort port, Reply& reply) {
-    if (port == USB_SERIAL_PORT_1) {
-        return ExchangeWithPort(port, serial_commands::kReceive, reply);
-    }
-    Payload payload;
-    payload.Byte(message_id.fetch_add(1, std::memory_order_relaxed));
-    return ExchangeWithPort(port, serial_commands::kReceive, payload, reply);
-}
-
-unsigned long KBaseImplementation::LongestReply() {
-    unsigned char type = 0;
-    GetBoardType(&type);
-    return type == static_cast<unsigned char>(BoardType::kK40) ? kK40LongestReply : Reply::kRoom;
-}
-
-KBaseImplementation::Received KBaseImplementation::ReceiveBytes(_usbSerialPort port,
-                                                                ReceiveRoom room,
-                                                                unsigned long* length) {
-    // Counted apart from *length, which the application can reach: no place depends on it.
-    unsigned long done = 0;
-    // What an earlier call read ahead comes first.
-    if (const int kept = keptByte[port].exchange(kNothingKept); kept != kNothingKept) {
-        room.buffer[done++] = static_cast<unsigned char>(kept);
-    }
-    const unsigned long longest = LongestReply();
-    // Half a word more than fits can be kept for the next call.
-    while (longest <= room.capacity - done + (room.inWords ? done % 2 : 0)) {
-        *length = done;
-        Reply reply = Reply::OfAnyLength();
-        if (!FetchReceived(port, reply)) return Received::kFailed;
-        if (reply.Length() == 0) return Received::kAll;
-
-        const unsigned long copied = reply.CopyTo(room.buffer + done, room.capacity - done);
-        if (copied < reply.Length()) keptByte[port] = reply.Data()[copied];
-        done += copied;
-    }
-    *length = done;
-    return Received::kSome;
-}
-
 int KBaseImplementation::Receive(_usbSerialPort port, unsigned char* buffer,
                                  unsigned long* length) {
     if (length == nullptr || buffer == nullptr) return Fail(USB_ERR_NULL_POINTER);
     if (!CheckPort(port)) return 0;
 
-    const ReceiveRoom unlimited{buffer, kUnlimited, false};
-    return ReceiveBytes(port, unlimited, length) != Received::kFailed;
+    const ReceiveRoom unlimited{buffer, kUnlimited, false, keptByte[port]};
+    return ReceiveBytes(*this, port, unlimited, length) != Received::kFailed;
 }
 
 int KBaseImplementation::ReceiveEx(_usbSerialPort port, unsigned char* buffer,
                                    unsigned long capacity, unsigned long* length) {
     if (length == nullptr || buffer == nullptr) return Fail(USB_ERR_NULL_POINTER);
     if (!CheckPort(port)) return 0;
-    if (capacity < LongestReply()) return Fail(USB_ERR_OUT_OF_RANGE);
+    if (capacity < LongestReply(*this)) return Fail(USB_ERR_OUT_OF_RANGE);
 
-    const ReceiveRoom room{buffer, std::min(capacity, kUnlimited), false};
-    return ReceiveBytes(port, room, length) != Received::kFailed;
+    const ReceiveRoom room{buffer, std::min(capacity, kUnlimited), false, keptByte[port]};
+    return ReceiveBytes(*this, port, room, length) != Received::kFailed;
 }
 
 int KBaseImplementation::Receive9BitData(_usbSerialPort port, unsigned short* words,
@@ -201,12 +217,12 @@ int KBaseImplementation::Receive9BitDataEx(_usbSerialPort port, unsigned short* 
                                            unsigned long capacity, unsigned long* count) {
     if (count == nullptr || words == nullptr) return Fail(USB_ERR_NULL_POINTER);
     if (!CheckPort(port)) return 0;
-    if (capacity < LongestReply() / 2) return Fail(USB_ERR_OUT_OF_RANGE);
+    if (capacity < LongestReply(*this) / 2) return Fail(USB_ERR_OUT_OF_RANGE);
 
     auto* buffer = reinterpret_cast<unsigned char*>(words);
-    const ReceiveRoom room{buffer, 2 * std::min(capacity, kUnlimited / 2), true};
+    const ReceiveRoom room{buffer, 2 * std::min(capacity, kUnlimited / 2), true, keptByte[port]};
     unsigned long bytes = 0;
-    const Received received = ReceiveBytes(port, room, &bytes);
+    const Received received = ReceiveBytes(*this, port, room, &bytes);
     // Where more may come, half a word waits for its other half.
     if (received != Received::kAll && bytes % 2 != 0) keptByte[port] = buffer[bytes - 1];
     *count = bytes / 2;

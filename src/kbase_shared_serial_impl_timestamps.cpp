@@ -68,16 +68,14 @@ private:
     unsigned readIndex_ = 0;
 };
 
-}  // namespace
-
-int KBaseImplementation::FetchTimestamped(_usbSerialPort port, K40BUFFER& entry) {
+int FetchTimestamped(KBaseImplementation& board, _usbSerialPort port, K40BUFFER& entry) {
     TimestampedBytes bytes(entry);
     if (!bytes.Empty()) return 1;
 
     unsigned char fetched[256] = {};
     unsigned long claimed = 0;
-    if (!PerformUSBIO(serial_commands::kReceiveTimestamped, ChannelOf(port), nullptr, 0, fetched,
-                      &claimed)) {
+    if (!board.PerformUSBIO(serial_commands::kReceiveTimestamped,
+                            KBaseImplementation::ChannelOf(port), nullptr, 0, fetched, &claimed)) {
         return 0;
     }
     bytes.Fill(fetched, claimed);
@@ -85,16 +83,16 @@ int KBaseImplementation::FetchTimestamped(_usbSerialPort port, K40BUFFER& entry)
 }
 
 template <class Data>
-int KBaseImplementation::ReceiveTimestamped(_usbSerialPort port, Data* data,
-                                            unsigned char* timestamp, unsigned int* received) {
+int ReceiveTimestamped(KBaseImplementation& board, _usbSerialPort port, Data* data,
+                       unsigned char* timestamp, unsigned int* received) {
     const ReceiveEntries entries(SharedserialRxBuffer);
     if (data == nullptr || timestamp == nullptr || received == nullptr) {
         return Fail(USB_ERR_NULL_POINTER);
     }
-    if (!CheckPort(port)) return 0;
-    K40BUFFER* entry = entries.Find(GetDeviceNo());
+    if (!board.CheckPort(port)) return 0;
+    K40BUFFER* entry = entries.Find(board.GetDeviceNo());
     if (entry == nullptr) return FailWithout(SharedserialRxBuffer);
-    if (!FetchTimestamped(port, *entry)) return 0;
+    if (!FetchTimestamped(board, port, *entry)) return 0;
 
     TimestampedBytes bytes(*entry);
     const bool timestampAlone = bytes.Count() == 1;
@@ -113,14 +111,16 @@ int KBaseImplementation::ReceiveTimestamped(_usbSerialPort port, Data* data,
     return 1;
 }
 
+}  // namespace
+
 int KBaseImplementation::ReceiveByteWithTimestamp(_usbSerialPort port, unsigned char* data,
                                                   unsigned char* timestamp,
                                                   unsigned int* received) {
-    return ReceiveTimestamped(port, data, timestamp, received);
+    return ReceiveTimestamped(*this, port, data, timestamp, received);
 }
 
 int KBaseImplementation::ReceiveByteWithTimestamp9BitData(_usbSerialPort port, unsigned short* data,
                                                           unsigned char* timestamp,
                                                           unsigned int* received) {
-    return ReceiveTimestamped(port, data, timestamp, received);
+    return ReceiveTimestamped(*this, port, data, timestamp, received);
 }
