@@ -73,9 +73,9 @@ TextLine& AddExchange(TextLine& line, const Failure& failure, const char* code, 
 
 }  // namespace
 
-constinit thread_local Failure LastFailure::last;
-constinit thread_local OpeningReport LastFailure::openings;
-constinit thread_local bool LastFailure::wasOpening = false;
+constinit thread_local Failure LastFailure::last_;
+constinit thread_local OpeningReport LastFailure::openings_;
+constinit thread_local bool LastFailure::wasOpening_ = false;
 
 const char* TextOfCode(int code) {
     for (const CodeText& entry : kCodeTexts) {
@@ -140,9 +140,9 @@ void Failure::Describe(TextLine& line) const {
 }
 
 void LastFailure::Describe(TextLine& line) {
-    if (wasOpening) {
-        openings.Describe(line);
+    if (wasOpening_) {
+        openings_.Describe(line);
     } else {
-        last.Describe(line);
+        last_.Describe(line);
     }
 }

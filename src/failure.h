@@ -114,24 +114,24 @@ private:
 class LastFailure {
 public:
     static void Note(const Failure& failure) {
-        last = failure;
-        wasOpening = false;
+        last_ = failure;
+        wasOpening_ = false;
     }
     static void NoteOpening(const OpeningReport& report) {
-        openings = report;
-        wasOpening = true;
+        openings_ = report;
+        wasOpening_ = true;
     }
-    static const Failure& Get() { return last; }
+    static const Failure& Get() { return last_; }
 
     /** What was noted at a time, for a call that succeeds after some of its steps have failed. */
     struct Mark {
         Failure failure;
         bool wasOpening;
     };
-    static Mark GetMark() { return {last, wasOpening}; }
+    static Mark GetMark() { return {last_, wasOpening_}; }
     static void GoBackTo(const Mark& mark) {
-        last = mark.failure;
-        wasOpening = mark.wasOpening;
+        last_ = mark.failure;
+        wasOpening_ = mark.wasOpening;
     }
     static void Forget() { Note({}); }
 
@@ -139,9 +139,9 @@ public:
 
 private:
     // Constant initialisation and plain data: nothing runs when a thread begins or ends.
-    static constinit thread_local Failure last;
-    static constinit thread_local OpeningReport openings;
-    static constinit thread_local bool wasOpening;
+    static constinit thread_local Failure last_;
+    static constinit thread_local OpeningReport openings_;
+    static constinit thread_local bool wasOpening_;
 };
 
 /** Name and meaning of a code of the library; null for a status of the board. */

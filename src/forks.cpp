@@ -10,7 +10,7 @@
 #include "mutex.h"
 #include "shared_use.h"
 
-constinit std::atomic<int> Forks::count = 0;
+constinit std::atomic<int> Forks::count_ = 0;
 
 void Forks::Watch() {
     // No key file is opened or closed meanwhile: the child must know which ones to close.
@@ -24,5 +24,5 @@ void Forks::CountInChild() {
     OpenKeyFiles::CloseInChild();
     LinuxMutexSet::ForgetJoiningInChild();
     SharedUse::ForgetOperationsInChild(forks);
-    count.store(forks, std::memory_order_relaxed);
+    count_.store(forks, std::memory_order_relaxed);
 }

@@ -14,7 +14,7 @@
 
 class Forks {
 public:
-    static int Count() { return count.load(std::memory_order_relaxed); }
+    static int Count() { return count_.load(std::memory_order_relaxed); }
 
     /**
      * Counts from now on, whoever says so first: with the first key file that is opened. Not before
@@ -26,7 +26,7 @@ public:
 private:
     static void CountInChild();
 
-    static std::atomic<int> count;
+    static std::atomic<int> count_;
 };
 
 #endif  // FORKS_H

@@ -14,11 +14,11 @@ constexpr auto kLookAgainAfter = std::chrono::milliseconds(1);
 
 }  // namespace
 
-constinit std::atomic<SharedUse::State> SharedUse::state = SharedUse::State{0, 0, Phase::kOpen};
+constinit std::atomic<SharedUse::State> SharedUse::state_ = SharedUse::State{0, 0, Phase::kOpen};
 
 void SharedUse::Enter(Phase phase) {
-    State now = state.load();
-    while (!state.compare_exchange_weak(now, now.In(phase))) {
+    State now = state_.load();
+    while (!state_.compare_exchange_weak(now, now.In(phase))) {
     }
 }
 
@@ -30,12 +30,12 @@ SharedUse::Ticket SharedUse::Refuse() {
 void SharedUse::Finish() {
     Enter(Phase::kDraining);
     const auto deadline = std::chrono::steady_clock::now() + kLongestWaitForOperations;
-    while (state.load().operations != 0) {
+    while (state_.load().operations != 0) {
         if (std::chrono::steady_clock::now() >= deadline) return Enter(Phase::kAbandoned);
         std::this_thread::sleep_for(kLookAgainAfter);
     }
 }
 
 void SharedUse::ForgetOperationsInChild(int forks) {
-    state.store({0, static_cast<std::uint16_t>(forks), state.load().phase});
+    state_.store({0, static_cast<std::uint16_t>(forks), state_.load().phase});
 }

@@ -23,26 +23,26 @@ public:
 
     /** Not granted once the handles are being let go. */
     static Ticket Begin() {
-        State now = state.load(std::memory_order_relaxed);
+        State now = state_.load(std::memory_order_relaxed);
         do {
             if (now.phase != Phase::kOpen) return Refuse();
-        } while (!state.compare_exchange_weak(now, now.With(+1)));
+        } while (!state_.compare_exchange_weak(now, now.With(+1)));
         return {true, now.forks};
     }
     /** In a child that was forked in mid-operation it is the parent that counts it. */
     static void End(Ticket ticket) {
         if (!ticket.granted) return;
-        State now = state.load(std::memory_order_relaxed);
+        State now = state_.load(std::memory_order_relaxed);
         do {
             if (now.forks != ticket.forks) return;
-        } while (!state.compare_exchange_weak(now, now.With(-1)));
+        } while (!state_.compare_exchange_weak(now, now.With(-1)));
     }
 
     /** Refuses new operations, and waits for those that run. */
     static void Finish();
     /** An operation outlasted the wait: what it works on has to stay. */
-    static bool IsAbandoned() { return state.load().phase == Phase::kAbandoned; }
-    static bool IsOpen() { return state.load().phase == Phase::kOpen; }
+    static bool IsAbandoned() { return state_.load().phase == Phase::kAbandoned; }
+    static bool IsOpen() { return state_.load().phase == Phase::kOpen; }
 
     static void ForgetOperationsInChild(int forks);
 
@@ -61,7 +61,7 @@ private:
     static void Enter(Phase phase);
     static Ticket Refuse();
 
-    static std::atomic<State> state;
+    static std::atomic<State> state_;
     static_assert(std::atomic<State>::is_always_lock_free);
 };
 
