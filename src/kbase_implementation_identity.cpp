@@ -26,7 +26,7 @@ unsigned OneWireCrc(const unsigned char* begin, const unsigned char* end) {
 int ReadWholeReply(KBaseImplementation& board, Command command, unsigned char* target) {
     if (target == nullptr) return Fail(USB_ERR_NULL_POINTER);
 
-    Reply reply = Reply::OfAnyLength();
+    CopiedReply reply = CopiedReply::OfAnyLength();
     if (!board.Exchange(command, reply)) return 0;
 
     reply.CopyTo(target, Reply::kRoom);

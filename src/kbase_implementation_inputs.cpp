@@ -33,7 +33,7 @@ int KBaseImplementation::GetChangedInputs(usbInput* changed) {
 int KBaseImplementation::GetInputs(unsigned char* inputs) {
     if (inputs == nullptr) return Fail(USB_ERR_NULL_POINTER);
 
-    Reply reply;
+    CopiedReply reply = CopiedReply::UpTo(sizeof(usbInput));
     if (!Exchange(commands::kGetInputs, reply)) return 0;
 
     reply.CopyTo(inputs, sizeof(usbInput));

@@ -45,7 +45,7 @@ int ReadMemory(KBaseImplementation& board, const MemoryAccess& access, unsigned 
     for (unsigned long done = 0; done < length;) {
         Payload payload;
         const unsigned long chunk = BeginChunk(access, address + done, length - done, payload);
-        Reply reply = Reply::UpTo(chunk);
+        CopiedReply reply = CopiedReply::UpTo(chunk);
         if (!board.Exchange(access.command, payload, reply)) return 0;
 
         // A short reply is asked on from where it ended; an empty one would be asked for ever.

@@ -59,7 +59,7 @@ int KBaseImplementation::ReadDiagnosticData(unsigned char* request, unsigned lon
         return Fail(USB_ERR_NULL_POINTER);
     }
 
-    Reply answer = Reply::OfAnyLength();
+    CopiedReply answer = CopiedReply::OfAnyLength();
     if (!ExchangeBytes(commands::kReadDiagnosticData, request, requestLength, answer)) return 0;
 
     *replyLength = answer.CopyTo(reply, Reply::kRoom);

@@ -21,7 +21,7 @@ int KBaseImplementation::SendSPI(unsigned char sendBits, unsigned char* data, un
     if (sendBits == 0 || sendBits > kSpiBits) return Fail(USB_ERR_BAD_LENGTH);
 
     const unsigned byteCount = (sendBits + 7U) / 8U;
-    Reply answer = Reply::OfAnyLength();
+    CopiedReply answer = CopiedReply::OfAnyLength();
     if (!Exchange(commands::kSendSpi,
                   Payload().Byte(sendBits).Byte(receiveBits).Byte(control).Bytes(data, byteCount),
                   answer)) {

@@ -112,7 +112,7 @@ int ReceivePolled(KBaseImplementation& board, _usbSerialPort port, unsigned char
     unsigned long emptyReplies = 0;  // in a row
     for (bool more = true; more;) {
         *length = done;
-        Reply reply = Reply::OfAnyLength();
+        CopiedReply reply = CopiedReply::OfAnyLength();
         Payload request;
         if (!board.ExchangeWithPort(port, serial_commands::kReceivePolled, request.Byte(index),
                                     reply)) {

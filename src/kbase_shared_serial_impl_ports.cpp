@@ -121,7 +121,7 @@ Received ReceiveBytes(KBaseImplementation& board, _usbSerialPort port, ReceiveRo
     // Half a word more than fits can be kept for the next call.
     while (longest <= room.capacity - done + (room.inWords ? done % 2 : 0)) {
         *length = done;
-        Reply reply = Reply::OfAnyLength();
+        CopiedReply reply = CopiedReply::OfAnyLength();
         if (!FetchReceived(board, port, reply)) return Received::kFailed;
         if (reply.Length() == 0) return Received::kAll;
 

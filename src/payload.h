@@ -53,8 +53,7 @@ private:
 
 /**
  * The reply to one command, received into a buffer of our own that is longer than any reply of a
- * board. A byte that did not arrive reads as 0. No more is copied than was cleared: the driver
- * may claim bytes that it did not write, and the caller would get what lay on the stack.
+ * board. A byte that did not arrive reads as 0.
  */
 class Reply {
 public:
@@ -63,12 +62,7 @@ public:
     /** As much as any operation decodes byte by byte. */
     static constexpr std::size_t kDecoded = 32;
 
-    /** To be decoded. */
     Reply() : Reply(kDecoded) {}
-    /** To be copied or decoded, as much as comes. */
-    static Reply OfAnyLength() { return Reply(kRoom); }
-    /** To be copied, at most so much, or decoded. */
-    static Reply UpTo(std::size_t most) { return Reply(std::max(most, kDecoded)); }
 
     [[nodiscard]] unsigned char Byte(std::size_t position) const {
         assert(position < kDecoded);
@@ -89,28 +83,44 @@ public:
         for (std::size_t i = 0; i < kLength; ++i)
             field[i] = Byte(position + i);
     }
-    /** Copies what arrived, at most `most` bytes, and says how much that was. */
-    std::size_t CopyTo(unsigned char* target, std::size_t most) const {
-        const std::size_t copied = std::min({std::size_t{length_}, most, cleared_});
-        std::memcpy(target, bytes_, copied);
-        return copied;
-    }
     [[nodiscard]] unsigned long Length() const { return length_; }
     [[nodiscard]] const unsigned char* Data() const { return bytes_; }
 
-private:
-    friend class KBaseImplementation;
-
-    explicit Reply(std::size_t cleared) : cleared_(cleared) {
+protected:
+    explicit Reply(std::size_t cleared) {
         assert(cleared <= kRoom);
         std::memset(bytes_, 0, cleared);
     }
 
+private:
+    friend class KBaseImplementation;
+
     unsigned char bytes_[kRoom];
-    std::size_t cleared_;
     // Set by the transport; the driver may claim more than there is room for, so an exchange cuts
     // it to kRoom before anyone reads it.
     unsigned long length_ = 0;
+};
+
+/**
+ * A reply that can be copied, too. No more is than was cleared: the driver may claim bytes that it
+ * did not write, and the caller would get what lay on the stack.
+ */
+class CopiedReply : public Reply {
+public:
+    static CopiedReply OfAnyLength() { return CopiedReply(kRoom); }
+    static CopiedReply UpTo(std::size_t most) { return CopiedReply(std::max(most, kDecoded)); }
+
+    /** Copies what arrived, at most `most` bytes, and says how much that was. */
+    std::size_t CopyTo(unsigned char* target, std::size_t most) const {
+        const std::size_t copied = std::min({std::size_t{Length()}, most, cleared_});
+        std::memcpy(target, Data(), copied);
+        return copied;
+    }
+
+private:
+    explicit CopiedReply(std::size_t cleared) : Reply(cleared), cleared_(cleared) {}
+
+    std::size_t cleared_;
 };
 
 #endif  // PAYLOAD_H
