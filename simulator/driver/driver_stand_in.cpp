@@ -15,18 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const char* ProductOf(Model model) {
-    switch (model) {
-        case Model::kK40:
-            return "Marvane K40 Board";
-        case Model::kK44:
-            return "Marvane K44 Board";
-        case Model::kK50:
-            break;
-    }
-    return "Marvane K50 Board";
-}
-
 // A USB device on a bus of its own, and on it the driver's device with the node.
 std::string Description(const Device& device) {
     const std::string bus = std::to_string(device.Number() + 1);

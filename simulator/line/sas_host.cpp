@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "port/sas.h"
+#include "line/sas_poll.h"
 #include "terms/time.h"
 
 namespace simulator {

@@ -1,6 +1,6 @@
 // A SAS host on a serial line: it polls one machine and looks how it answers.
 //
-// It has the simulator's own simple form of the protocol, as board_sas.h tells it. An answer
+// It has the simulator's own simple form of the protocol, as port/sas.h tells it. An answer
 // begins within 20 ms of the poll and ends with 5 ms of silence; what comes at other times is
 // ignored.
 #ifndef MARVANE_SIMULATOR_LINE_SAS_HOST_H

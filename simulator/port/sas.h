@@ -16,15 +16,10 @@
 #include <chrono>
 #include <optional>
 
-#include "line/serial_line.h"
+#include "line/sas_poll.h"
 #include "terms/answer.h"
 
 namespace simulator {
-
-constexpr SerialWord kSasPollMark = 0x100;    // of the word that begins a poll
-constexpr SerialWord kSasGeneralPoll = 0x80;  // in that word, beside the address
-constexpr unsigned kHighestSasAddress = 127;
-constexpr std::chrono::milliseconds kSasSilence{5};  // ends a message
 
 class BoardSas {
 public:

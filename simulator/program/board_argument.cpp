@@ -2,7 +2,6 @@
 #include "program/board_argument.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cstring>
 #include <optional>
@@ -14,8 +13,6 @@
 
 namespace simulator {
 namespace {
-
-constexpr std::array kModels = {Model::kK40, Model::kK44, Model::kK50};
 
 struct Request {
     int number = -1;  // none asked for
@@ -99,7 +96,7 @@ Request ParseBoard(const std::string& text, const BoardOptions& common) {
         request.number = *number;
         rest = *model;
     }
-    const auto model = std::ranges::find(kModels, rest, NameOf);
+    const auto model = std::ranges::find(kModels, rest, ModelWord);
     if (model == kModels.end()) {
         Refuse(text,
                "the models are k40, k44 and k50, as in k44, k40@12 or 5=k50:id=3:eeprom=24LC64");
@@ -123,18 +120,6 @@ int LowestFree(const std::map<int, BoardOptions>& boards) {
 }
 
 }  // namespace
-
-const char* NameOf(Model model) {
-    switch (model) {
-        case Model::kK40:
-            return "k40";
-        case Model::kK44:
-            return "k44";
-        case Model::kK50:
-            break;
-    }
-    return "k50";
-}
 
 void ParseEeprom(const std::string& text, BoardOptions& board) {
     std::string name = text;

@@ -26,9 +26,6 @@ void ParseEeprom(const std::string& text, BoardOptions& board);
 /// PORT=WHAT
 void ParseSerialLine(const std::string& text, BoardOptions& board);
 
-/// "k40", "k44" or "k50".
-const char* NameOf(Model model);
-
 }  // namespace simulator
 
 #endif

@@ -5,7 +5,6 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "program/board_argument.h"
 #include "report/json_text.h"
 #include "report/machine.h"
 #include "report/serial.h"
@@ -154,7 +153,7 @@ std::string StateAsJson(const Device& device) {
     const Board& board = device.board;
     const Json state = {
         {"number", device.Number()},
-        {"model", NameOf(board.Options().model)},
+        {"model", ModelWord(board.Options().model)},
         {"speedMbit", board.Options().speedMbit},
         {"plugged", device.IsPlugged()},
         {"firmwareRunning", board.memory.IsProgramRunning()},
@@ -189,7 +188,7 @@ std::string LogAsLines(const Device& device) {
 
 std::string SummaryLine(const Device& device) {
     const BoardOptions& board = device.board.Options();
-    return std::to_string(device.Number()) + " " + NameOf(board.model) + " " +
+    return std::to_string(device.Number()) + " " + ModelWord(board.model) + " " +
            std::to_string(board.speedMbit) + (device.IsPlugged() ? " plugged\n" : " unplugged\n");
 }
 

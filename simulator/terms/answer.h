@@ -1,4 +1,4 @@
-// What every family of the board model shares: models, payloads, answers and status values.
+// What every family of the board model shares: payloads, answers and status values.
 #ifndef MARVANE_SIMULATOR_TERMS_ANSWER_H
 #define MARVANE_SIMULATOR_TERMS_ANSWER_H
 
@@ -7,9 +7,9 @@
 #include <span>
 #include <vector>
 
-namespace simulator {
+#include "terms/model.h"
 
-enum class Model { kK40 = 1, kK44 = 2, kK50 = 3 };
+namespace simulator {
 
 using Payload = std::span<const std::uint8_t>;
 
