@@ -14,14 +14,9 @@
 #include "in_process_driver.h"
 #include "marvaneusb.h"
 
+using simulator::kModels;
 using simulator::Model;
-
-constexpr Model kModels[] = {Model::kK40, Model::kK44, Model::kK50};
-
-inline std::string ModelName(Model model) {
-    const char* names[] = {"", "K40", "K44", "K50"};
-    return names[static_cast<int>(model)];
-}
+using simulator::ModelName;
 
 constexpr auto kPort0 = static_cast<_usbSerialPort>(0);
 constexpr auto kPort1 = static_cast<_usbSerialPort>(1);

@@ -75,13 +75,11 @@ void InProcessDriver::Reset() {
 }
 
 simulator::Board& InProcessDriver::AddBoard(int deviceNo, simulator::Model model, int speedMbit) {
-    const char* names[] = {"", "K40", "K44", "K50"};
     simulator::BoardOptions options;
     options.model = model;
     options.speedMbit = speedMbit;
     options.firmwareRunning = true;
-    SetFile(deviceNo, "product",
-            "Marvane " + std::string(names[static_cast<int>(model)]) + " Board\n");
+    SetFile(deviceNo, "product", simulator::ProductOf(model) + "\n");
     SetFile(deviceNo, "speed", std::to_string(speedMbit) + "\n");
     SetNode(deviceNo, true);
 
