@@ -1,46 +1,13 @@
-// Tells pulses by their length and counts them.
+// Counts the pulses of the inputs that are checked.
 #include "board/pulsed_inputs.h"
-
-#include <algorithm>
-#include <utility>
 
 namespace simulator {
 namespace {
-
-using std::chrono::milliseconds;
-
-constexpr milliseconds kExtendedUnit{10};
-// From here on it makes no difference how long a pulse lasts.
-constexpr milliseconds kLongestMeasured = 255 * kExtendedUnit + kTick;
 
 constexpr std::uint8_t kIdle = 0;
 constexpr std::uint8_t kPulseSeen = 4;
 
 }  // namespace
-
-bool PulseDetector::Tick(bool level) {
-    const bool wasActive = std::exchange(active, IsActive(level));
-    if (!active) {
-        const auto ended = std::exchange(length, std::nullopt);
-        return ended && Counts(*ended);
-    }
-    if (!wasActive) {
-        length = kTick;
-    } else if (length) {
-        length = std::min(*length + kTick, kLongestMeasured);
-    }
-    return false;
-}
-
-bool PulseDetector::IsSettled(bool level) const {
-    return IsActive(level) == active && (!length || *length == kLongestMeasured);
-}
-
-bool PulseDetector::Counts(milliseconds pulse) const {
-    if (pulse < milliseconds(settings.pulseParameter)) return false;
-    return settings.extendedPulseParameter == 0 ||
-           pulse <= settings.extendedPulseParameter * kExtendedUnit;
-}
 
 Answer BoardPulsedInputs::Configure(Payload payload, const BoardInputs& inputs) {
     const std::uint8_t number = payload[0];

@@ -17,41 +17,10 @@
 #include <optional>
 
 #include "board/inputs.h"
+#include "board/pulse_detector.h"
 #include "terms/answer.h"
-#include "terms/time.h"
 
 namespace simulator {
-
-struct PulseSettings {
-    std::uint8_t pulseParameter = 0;
-    std::uint8_t activeState = 0;
-    std::uint8_t extendedPulseParameter = 0;
-
-    bool operator==(const PulseSettings&) const = default;
-};
-
-/// Finds the pulses of one input.
-class PulseDetector {
-public:
-    /// Begins to watch an input that has this level now.
-    PulseDetector(PulseSettings pulseSettings, bool level)
-        : settings(pulseSettings), active(IsActive(level)) {}
-
-    /// A millisecond has passed; true when a pulse has ended that counts.
-    bool Tick(bool level);
-
-    bool IsInPulse() const { return length.has_value(); }
-    /// Nothing is to be found as long as the input stays at this level.
-    bool IsSettled(bool level) const;
-
-private:
-    bool IsActive(bool level) const { return level == (settings.activeState != 0); }
-    bool Counts(std::chrono::milliseconds pulse) const;
-
-    PulseSettings settings;
-    bool active;                                      // when last looked at
-    std::optional<std::chrono::milliseconds> length;  // of the pulse under way
-};
 
 /// Status and count, as the board reports them for an input.
 using InputStatus = std::array<std::uint8_t, 2>;
