@@ -1,17 +1,6 @@
-// Parallel hoppers: how the board has coins paid, and the hoppers in the cabinet that pay them.
+// The parallel hoppers in the cabinet, which drop coins while the board drives them.
 //
 // What follows is the simulator's own choice, boards may differ:
-// - While it pays, the board drives the release's output on, whatever patterns and pulses say. It
-//   counts the pulses on the release's input by the settings that the release brings.
-// - Status 0: idle or stopped, 1: paying, 2: all coins paid, 3: no pulse for a second (one under
-// way
-//   then has another second to end). The count is that of the coins paid, modulo 256.
-// - releaseParameter counts units of 10 ms. After each coin the output rests for this time, so that
-//   two coins are at least so far apart; 0 pays as fast as the hopper can.
-// - The output goes off with the last coin's pulse. A coin that is falling when the board is told
-//   to stop still counts. Telling it to stop when it does not pay changes nothing.
-// - No coins at all are paid at once. A release is refused (busy) while its input has one that pays
-//   or another one has its output.
 // - Each input has a hopper of its own in the cabinet. While a release on the input drives its
 //   output, a coin falls every 1000 / rate ms, with a pulse of 20 ms to the input's other level.
 //   The hopper holds 500 coins and pays 10 a second at first.
@@ -22,46 +11,9 @@
 #include <optional>
 
 #include "board/coin_pulses.h"
-#include "board/outputs.h"
-#include "board/pulsed_inputs.h"
-#include "terms/answer.h"
+#include "board/releases.h"
 
 namespace simulator {
-
-enum class ReleaseStatus : std::uint8_t { kIdle = 0, kPaying = 1, kPaid = 2, kFailed = 3 };
-
-struct Release {
-    ReleaseStatus status = ReleaseStatus::kIdle;
-    std::uint8_t output;
-    unsigned wanted;
-    unsigned paid = 0;
-    std::chrono::milliseconds rest;  // after each coin
-    PulseDetector detector;
-    std::chrono::milliseconds restLeft{0};
-    std::chrono::milliseconds waited{0};  // for the next coin, the output being driven
-};
-
-/// The board's side.
-class BoardReleases {
-public:
-    Answer Begin(Payload payload, const BoardInputs& inputs, BoardOutputs& outputs);
-    Answer Stop(Payload payload, BoardOutputs& outputs);
-
-    // Of inputs 0 to 32.
-    /// The latest one on the input since power-up, if there was any.
-    const std::optional<Release>& On(unsigned input) const { return releases[input]; }
-    bool IsDriving(unsigned input) const;
-    InputStatus Status(unsigned input) const;
-
-    bool IsIdle(const BoardInputs& inputs) const;
-    void Tick(const BoardInputs& inputs, BoardOutputs& outputs);
-    void PowerDown() { releases = {}; }
-
-private:
-    bool IsTaken(std::uint8_t input, std::uint8_t output) const;
-
-    std::array<std::optional<Release>, kInputCount> releases;
-};
 
 constexpr unsigned kMostHopperCoins = 65535;
 constexpr unsigned kMostHopperRate = 25;  // coins a second; one's pulse ends before the next begins
@@ -74,7 +26,6 @@ struct Hopper {
     std::chrono::milliseconds run{0};  // since the output went on or the last coin fell
 };
 
-/// The cabinet's side.
 class BoardHoppers {
 public:
     /// Only those that were paid from or touched; nothing for numbers beyond the last input.
