@@ -2,7 +2,6 @@
 #include "port/polls.h"
 
 #include <algorithm>
-#include <numeric>
 #include <utility>
 
 #include "terms/time.h"
@@ -16,11 +15,8 @@ constexpr milliseconds kPollUnit{10};
 constexpr milliseconds kHostTimeoutUnit{100};
 constexpr milliseconds kTimeoutMessageUnit{30};
 
-enum Mode : std::uint8_t { kOff = 0, kInTurn = 2, kSecondAfterReply = 3 };
 constexpr std::uint8_t kModeLimit = 3;
-enum Option : std::uint8_t { kChangesOnly = 1, kLatestOnly = 2 };
 constexpr std::uint8_t kOptionLimit = 4;
-constexpr std::uint8_t kCctalkVariant = 1;
 
 constexpr std::size_t kPollHeader = 13;
 constexpr std::size_t kTimeoutHeader = 2;
@@ -52,52 +48,7 @@ PollSettings SettingsFrom(Payload payload) {
     };
 }
 
-bool IsRight(const PollSettings& settings, const SerialFrame& reply) {
-    return settings.variant != kCctalkVariant ||
-           std::accumulate(reply.begin(), reply.end(), 0u) % 256 == 0;
-}
-
-void TickSlot(PollSlot& slot) {
-    if (!slot.IsPolling()) return;
-    slot.passed += kTick;
-    if (slot.passed >= slot.settings.period) {
-        slot.passed = {};
-        slot.isDue = true;
-    }
-    if (slot.hostTimeout.count() == 0) return;
-    slot.unread += kTick;
-    if (slot.unread < slot.hostTimeout) return;
-    slot.isStopped = true;
-    slot.isDue = false;
-}
-
-void StartAgain(PollSlot& slot) {
-    slot.isStopped = false;
-    slot.passed = {};
-}
-
-const SerialWords& NextMessage(PollSlot& slot) {
-    const bool isSecond = slot.isSecondNext;
-    slot.isSecondNext = slot.settings.mode == kInTurn && !isSecond;
-    return isSecond ? slot.settings.second : slot.settings.first;
-}
-
-void Keep(PollSlot& slot, SerialFrame reply) {
-    const bool isSame = reply == slot.lastReply;
-    slot.lastReply = reply;
-    if (slot.settings.option == kLatestOnly) {
-        slot.inbox.Replace(std::move(reply));
-    } else if (slot.settings.option != kChangesOnly || !isSame) {
-        slot.inbox.Add(std::move(reply));
-    }
-}
-
 }  // namespace
-
-bool PollSlot::IsPolling() const {
-    if (isStopped || settings.mode == kOff) return false;
-    return !settings.first.empty() || (settings.mode == kInTurn && !settings.second.empty());
-}
 
 PollSlot* BoardPolls::SlotOf(std::uint8_t index) {
     return index < slots.size() ? &slots[index] : nullptr;
@@ -154,7 +105,7 @@ Answer BoardPolls::Read(Payload payload) {
 
     slot->unread = {};
     if (slot->isStopped && !slot->inbox.IsPartlyRead()) {
-        StartAgain(*slot);
+        slot->StartAgain();
         return {status::kAccepted, {poll_status::kStopped, 0}};
     }
     return {status::kAccepted,
@@ -194,21 +145,22 @@ bool BoardPolls::Take(SerialWord word) {
 
 void BoardPolls::TakeReply(std::size_t index, SerialFrame reply, bool isAfterReply) {
     PollSlot& slot = slots[index];
-    slot.lacksReply = !IsRight(slot.settings, reply);
+    slot.lacksReply = !slot.IsRight(reply);
     if (slot.lacksReply) {
         ++slot.wrongReplies;
         return;
     }
     ++slot.rightReplies;
-    Keep(slot, std::move(reply));
-    if (slot.settings.mode == kSecondAfterReply && !isAfterReply && !slot.settings.second.empty()) {
+    slot.Keep(std::move(reply));
+    if (slot.settings.mode == poll_mode::kSecondAfterReply && !isAfterReply &&
+        !slot.settings.second.empty()) {
         owesSecond = index;
     }
 }
 
 SerialWords BoardPolls::Tick() {
     for (PollSlot& slot : slots)
-        TickSlot(slot);
+        slot.Tick();
     TickWaiting();
     if (timeoutMessage.IsArmed()) timeoutMessage.quiet += kTick;
 
@@ -242,7 +194,7 @@ SerialWords BoardPolls::SendNextPoll() {
         const std::size_t index = (first + n) % slots.size();
         PollSlot& slot = slots[index];
         if (!std::exchange(slot.isDue, false)) continue;
-        const SerialWords& message = NextMessage(slot);
+        const SerialWords& message = slot.NextMessage();
         if (message.empty()) continue;
 
         ++slot.sentPolls;

@@ -23,8 +23,9 @@
 #define MARVANE_SIMULATOR_PORT_POLLS_H
 
 #include <array>
+#include <optional>
 
-#include "port/poll_inbox.h"
+#include "port/poll_slot.h"
 #include "terms/answer.h"
 
 namespace simulator {
@@ -32,31 +33,6 @@ namespace simulator {
 constexpr std::size_t kPollSlotCount = 4;
 constexpr std::size_t kPollMessageLimit = 25;     // bytes
 constexpr std::size_t kTimeoutMessageLimit = 60;  // bytes
-
-struct PollSettings {
-    std::uint8_t mode = 0, option = 0, variant = 0, lengthOffset = 0, lengthExtra = 0;
-    std::chrono::milliseconds period{0}, replyTimeout{0};
-    SerialWords first, second;  // messages
-};
-
-struct PollSlot {
-    PollSettings settings;
-    std::chrono::milliseconds passed{0};  // of the period
-    bool isDue = false;
-    bool isSecondNext = false;  // where they go in turn
-    SerialFrame lastReply = {};
-    bool lacksReply = false;  // the last poll had no right one
-    PollInbox inbox;
-
-    std::chrono::milliseconds hostTimeout{0};  // 0 for none
-    std::chrono::milliseconds unread{0};
-    bool isStopped = false;  // by the host time-out
-
-    unsigned sentPolls = 0, rightReplies = 0, wrongReplies = 0, missingReplies = 0;
-
-    /// It has messages to send, and was not stopped.
-    bool IsPolling() const;
-};
 
 struct TimeoutMessage {
     SerialWords words;
