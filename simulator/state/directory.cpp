@@ -14,6 +14,8 @@
 #include <string>
 #include <system_error>
 
+#include "state/contents_bytes.h"
+
 namespace simulator {
 namespace {
 

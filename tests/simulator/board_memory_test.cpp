@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <numeric>
 
-#include "board/contents.h"
 #include "board_conversation.h"
+#include "state/contents_bytes.h"
 
 namespace simulator {
 namespace {

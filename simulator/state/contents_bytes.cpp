@@ -1,6 +1,6 @@
 // Writes and reads the contents of a board. A file may be cut, damaged or of another program: the
 // checksum comes first, and the reader still bounds each length and value.
-#include "board/contents.h"
+#include "state/contents_bytes.h"
 
 #include <algorithm>
 #include <array>
