@@ -11,7 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
-#include <utility>
+
+#include "driver/descriptor.h"
 
 namespace simulator {
 namespace {
@@ -19,34 +20,18 @@ namespace {
 constexpr int kPollPeriodMs = 5;  // nothing tells that a board has sent something
 constexpr std::size_t kReadLimit = 4096;
 
-class Descriptor {
-public:
-    explicit Descriptor(int openedNumber) : number(openedNumber) {
-        if (number < 0) {
-            throw std::runtime_error(std::string("no terminal for a serial line: ") +
-                                     std::strerror(errno));
-        }
-    }
-    Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
-    Descriptor& operator=(Descriptor&&) = delete;
-    ~Descriptor() {
-        if (number >= 0) close(number);
-    }
-    int Number() const { return number; }
-
-private:
-    int number;
-};
-
 constexpr int kOpenMode = O_RDWR | O_NOCTTY | O_CLOEXEC;
+
+[[noreturn]] void Fail() {
+    throw std::runtime_error(std::string("no terminal for a serial line: ") + std::strerror(errno));
+}
 
 Descriptor OpenBoardSide() {
     Descriptor side(posix_openpt(kOpenMode | O_NONBLOCK));
     termios mode{};
-    if (grantpt(side.Number()) != 0 || unlockpt(side.Number()) != 0 ||
+    if (!side.IsOpen() || grantpt(side.Number()) != 0 || unlockpt(side.Number()) != 0 ||
         tcgetattr(side.Number(), &mode) != 0) {
-        throw std::runtime_error(std::string("no terminal for a serial line: ") +
-                                 std::strerror(errno));
+        Fail();
     }
     cfmakeraw(&mode);
     tcsetattr(side.Number(), TCSANOW, &mode);
@@ -61,7 +46,9 @@ struct SerialTerminals::Terminal {
           port(portNumber),
           boardSide(OpenBoardSide()),
           name(ptsname(boardSide.Number())),
-          userSide(open(name.c_str(), kOpenMode)) {}
+          userSide(open(name.c_str(), kOpenMode)) {
+        if (!userSide.IsOpen()) Fail();
+    }
 
     /// What came from the user.
     void Read() {

@@ -43,11 +43,10 @@ std::string ReceiveAll(int descriptor) {
 ControlAnswer Ask(const Simulation& simulation, const std::vector<std::string>& words) {
     const std::string request = EncodeRequest(words);
     if (request.size() > kRequestLimit) return {kWrongUsage, "too many words\n"};
-    const int descriptor = ConnectTo(simulation.ControlSocket());
-    if (descriptor < 0) throw std::runtime_error("the simulation has ended");
-    Send(descriptor, request);
-    const auto answer = DecodeAnswer(ReceiveAll(descriptor));
-    close(descriptor);
+    const Descriptor connection = ConnectTo(simulation.ControlSocket());
+    if (!connection.IsOpen()) throw std::runtime_error("the simulation has ended");
+    Send(connection.Number(), request);
+    const auto answer = DecodeAnswer(ReceiveAll(connection.Number()));
     if (!answer) throw std::runtime_error("the simulation gave no answer");
     return *answer;
 }

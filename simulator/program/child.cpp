@@ -11,6 +11,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "driver/descriptor.h"
 #include "program/command_line.h"
 
 namespace simulator {
@@ -78,13 +79,12 @@ int RunAndWait(const std::vector<std::string>& command, const sigset_t& itsSigna
 
     child.loop = g_main_loop_new(nullptr, FALSE);
     const sigset_t signals = EndSignals();
-    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-    const guint signalSource = g_unix_fd_add(descriptor, G_IO_IN, OnSignal, &child);
+    const Descriptor descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    const guint signalSource = g_unix_fd_add(descriptor.Number(), G_IO_IN, OnSignal, &child);
     g_child_watch_add(child.process, OnEnd, &child);
     g_main_loop_run(child.loop);
 
     g_source_remove(signalSource);
-    close(descriptor);
     g_main_loop_unref(child.loop);
     const int status = child.waitStatus;
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);

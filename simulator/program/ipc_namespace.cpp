@@ -14,6 +14,8 @@
 #include <cstring>
 #include <fstream>
 
+#include "driver/descriptor.h"
+
 namespace simulator {
 namespace {
 
@@ -68,12 +70,9 @@ std::string Join(pid_t process, const std::string& kind, int type) {
     const std::string theirs = "/proc/" + std::to_string(process) + "/ns/" + kind;
     if (IsSameNamespace(theirs, "/proc/self/ns/" + kind)) return {};
 
-    const int descriptor = open(theirs.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) return Reason(theirs.c_str());
-    const bool joined = setns(descriptor, type) == 0;
-    std::string reason = joined ? "" : Reason(theirs.c_str());
-    close(descriptor);
-    return reason;
+    const Descriptor entry(open(theirs.c_str(), O_RDONLY | O_CLOEXEC));
+    const bool joined = entry.IsOpen() && setns(entry.Number(), type) == 0;
+    return joined ? "" : Reason(theirs.c_str());
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "control/server.h"
+#include "driver/descriptor.h"
 #include "driver/driver_stand_in.h"
 #include "driver/serial_terminals.h"
 #include "program/child.h"
@@ -25,11 +26,9 @@ namespace {
 
 // Every device node of the testbed is a pseudo-terminal.
 void RequirePseudoTerminals() {
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    const char* name = terminal < 0 ? nullptr : ptsname(terminal);
-    const bool usable = name != nullptr && access(name, F_OK) == 0;
-    if (terminal >= 0) close(terminal);
-    if (!usable) {
+    const Descriptor terminal(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const char* name = terminal.IsOpen() ? ptsname(terminal.Number()) : nullptr;
+    if (name == nullptr || access(name, F_OK) != 0) {
         throw std::runtime_error(
             "simulated device nodes need pseudo-terminals: mount a devpts on /dev/pts, and have "
             "/dev/ptmx");

@@ -42,12 +42,10 @@ std::vector<fs::path> Folders() {
 
 // The process that listens there, which need not be the one that made the socket's folder.
 pid_t ListenerOf(const fs::path& socketPath) {
-    const int descriptor = ConnectTo(socketPath);
-    if (descriptor < 0) return -1;
+    const Descriptor connection = ConnectTo(socketPath);
     ucred peer{};
     socklen_t size = sizeof peer;
-    const bool known = getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0;
-    close(descriptor);
+    const bool known = getsockopt(connection.Number(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0;
     return known ? peer.pid : -1;
 }
 
@@ -66,13 +64,11 @@ std::vector<Simulation> RunningSimulations() {
     return running;
 }
 
-// Result: a descriptor that holds the lock until it is closed or the process ends; -1 where
+// Result: a descriptor that holds the lock until it is closed or the process ends; none where
 // another process holds it.
-int LockFolder(const fs::path& folder) {
-    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0 || flock(descriptor, LOCK_EX | LOCK_NB) == 0) return descriptor;
-    close(descriptor);
-    return -1;
+Descriptor LockFolder(const fs::path& folder) {
+    Descriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return flock(lock.Number(), LOCK_EX | LOCK_NB) == 0 ? std::move(lock) : Descriptor(-1);
 }
 
 std::string ListOf(const std::vector<Simulation>& simulations) {
@@ -85,34 +81,29 @@ std::string ListOf(const std::vector<Simulation>& simulations) {
 
 }  // namespace
 
-int ConnectTo(const fs::path& socketPath) {
+Descriptor ConnectTo(const fs::path& socketPath) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const std::string path = socketPath.string();
-    if (path.size() >= sizeof address.sun_path) return -1;
+    if (path.size() >= sizeof address.sun_path) return Descriptor(-1);
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
 
-    const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (descriptor < 0) return -1;
-    if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        close(descriptor);
-        return -1;
-    }
-    return descriptor;
+    Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const auto* to = reinterpret_cast<const sockaddr*>(&address);
+    return connect(connection.Number(), to, sizeof address) == 0 ? std::move(connection)
+                                                                 : Descriptor(-1);
 }
 
 // The lock outlives everything that this process does with the folder, its removal included.
 void ClaimFolder(const fs::path& folder) {
-    (void)LockFolder(folder);
+    (void)LockFolder(folder).Release();
 }
 
 void RemoveLeftovers() {
     std::error_code error;
     for (const fs::path& folder : Folders()) {
-        const int lock = LockFolder(folder);
-        if (lock < 0) continue;
-        fs::remove_all(folder, error);
-        close(lock);
+        const Descriptor lock = LockFolder(folder);
+        if (lock.IsOpen()) fs::remove_all(folder, error);
     }
 }
 

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <optional>
 
+#include "driver/descriptor.h"
+
 namespace simulator {
 
 /// Names the control socket of the simulation that a process runs in front of.
@@ -30,8 +32,8 @@ void RemoveLeftovers();
 /// that runs. Throws std::runtime_error with a message for the user.
 Simulation FindSimulation(std::optional<pid_t> process);
 
-/// A connected stream socket; -1 when nobody listens there.
-int ConnectTo(const std::filesystem::path& socketPath);
+/// A connected stream socket; none when nobody listens there.
+Descriptor ConnectTo(const std::filesystem::path& socketPath);
 
 }  // namespace simulator
 

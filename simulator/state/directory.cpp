@@ -29,20 +29,21 @@ constexpr off_t kLargestFile = 4 * 1024 * 1024;  // no board holds more than hal
     throw std::system_error(errno, std::generic_category(), path.string());
 }
 
-class File {
-public:
-    explicit File(int openDescriptor) : descriptor(openDescriptor) {}
-    ~File() {
-        if (descriptor >= 0) close(descriptor);
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
+// Makes the folder where it is missing.
+Descriptor OpenFolder(const fs::path& folder) {
+    if (mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) Fail(folder);
+    Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!opened.IsOpen()) Fail(folder);
+    return opened;
+}
 
-    bool IsOpen() const { return descriptor >= 0; }
+class File : public Descriptor {
+public:
+    using Descriptor::Descriptor;
 
     bool IsPlainAndSmall() const {
         struct stat entry {};
-        return fstat(descriptor, &entry) == 0 && S_ISREG(entry.st_mode) &&
+        return fstat(Number(), &entry) == 0 && S_ISREG(entry.st_mode) &&
                entry.st_size <= kLargestFile;
     }
 
@@ -50,7 +51,7 @@ public:
     bool ReadAll(std::vector<std::uint8_t>& bytes) const {
         std::array<std::uint8_t, 65536> buffer{};
         while (bytes.size() <= static_cast<std::size_t>(kLargestFile)) {
-            const ssize_t count = read(descriptor, buffer.data(), buffer.size());
+            const ssize_t count = read(Number(), buffer.data(), buffer.size());
             if (count < 0 && errno == EINTR) continue;
             if (count <= 0) return count == 0;
             bytes.insert(bytes.end(), buffer.begin(), buffer.begin() + count);
@@ -60,16 +61,13 @@ public:
 
     bool WriteAll(Payload bytes) const {
         while (!bytes.empty()) {
-            const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+            const ssize_t count = write(Number(), bytes.data(), bytes.size());
             if (count < 0 && errno == EINTR) continue;
             if (count < 0) return false;
             bytes = bytes.subspan(static_cast<std::size_t>(count));
         }
-        return fsync(descriptor) == 0;
+        return fsync(Number()) == 0;
     }
-
-private:
-    int descriptor;
 };
 
 std::string NameOf(int board) {
@@ -78,30 +76,22 @@ std::string NameOf(int board) {
 
 }  // namespace
 
-StateDirectory::StateDirectory(const fs::path& stateFolder) : folder(stateFolder) {
-    if (mkdir(folder.c_str(), kFolderMode) != 0 && errno != EEXIST) Fail(folder);
-    descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) Fail(folder);
-    if (faccessat(descriptor, ".", W_OK | X_OK, AT_EACCESS) == 0 &&
-        flock(descriptor, LOCK_EX | LOCK_NB) == 0) {
+StateDirectory::StateDirectory(const fs::path& stateFolder)
+    : folder(stateFolder), descriptor(OpenFolder(stateFolder)) {
+    if (faccessat(descriptor.Number(), ".", W_OK | X_OK, AT_EACCESS) == 0 &&
+        flock(descriptor.Number(), LOCK_EX | LOCK_NB) == 0) {
         return;
     }
-    const int error = errno;
-    close(descriptor);
-    if (error == EWOULDBLOCK) {
+    if (errno == EWOULDBLOCK) {
         throw std::runtime_error(folder.string() + " is in use by another simulation");
     }
-    errno = error;
     Fail(folder);
-}
-
-StateDirectory::~StateDirectory() {
-    close(descriptor);
 }
 
 std::optional<BoardContents> StateDirectory::Load(int board) const {
     // A pipe or a device in the file's place must not hold us up.
-    const File file(openat(descriptor, NameOf(board).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const File file(
+        openat(descriptor.Number(), NameOf(board).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.IsOpen() && errno == ENOENT) return std::nullopt;
     if (!file.IsOpen()) Fail(FileOf(board));
 
@@ -118,13 +108,14 @@ void StateDirectory::Save(int board, const BoardContents& contents) const {
     const std::string name = NameOf(board);
     const std::string newName = name + ".new";
     // Of a process that was killed, or anything else that lies there.
-    if (unlinkat(descriptor, newName.c_str(), 0) != 0 && errno != ENOENT) Fail(folder / newName);
+    if (unlinkat(descriptor.Number(), newName.c_str(), 0) != 0 && errno != ENOENT)
+        Fail(folder / newName);
 
-    const File file(
-        openat(descriptor, newName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
+    const File file(openat(descriptor.Number(), newName.c_str(),
+                           O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
     if (!file.IsOpen() || !file.WriteAll(AsBytes(contents)) ||
-        renameat(descriptor, newName.c_str(), descriptor, name.c_str()) != 0 ||
-        fsync(descriptor) != 0) {
+        renameat(descriptor.Number(), newName.c_str(), descriptor.Number(), name.c_str()) != 0 ||
+        fsync(descriptor.Number()) != 0) {
         Fail(FileOf(board));
     }
 }

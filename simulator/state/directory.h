@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "board/contents.h"
+#include "driver/descriptor.h"
 
 namespace simulator {
 
@@ -15,9 +16,6 @@ class StateDirectory {
 public:
     /// Makes the folder where it is missing.
     explicit StateDirectory(const std::filesystem::path& folder);
-    ~StateDirectory();
-    StateDirectory(const StateDirectory&) = delete;
-    StateDirectory& operator=(const StateDirectory&) = delete;
 
     /// What Save wrote last, also when a process was killed in the middle of a later Save. Nothing
     /// where the board has no file.
@@ -29,7 +27,7 @@ public:
 
 private:
     std::filesystem::path folder;
-    int descriptor;
+    Descriptor descriptor;
 };
 
 }  // namespace simulator
