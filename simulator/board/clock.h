@@ -1,17 +1,6 @@
 // What the board's PIC does with its battery: the clock, the two failure flags, and the log of the
 // security switches.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - The clock counts seconds since the beginning of 1970 UTC. Its failure sets it back to 0.
-// - A flag is 1 after a failure and 0 once it was read. A failed battery loses nothing else here;
-//   the clock value at its failure is 0 until one happened.
-// - There are 8 security switches, closed at first. The log's switch byte is the switch's number
-//   plus 1, and 128 more when it was opened. Behind the last entry, each answer is five zero bytes.
-// - The log holds the latest 256 entries. A pass that was never started begins at the oldest.
-// - Flag bytes: bit n of the first tells that switch n was opened since the last read, bit n of the
-//   second that it was closed. The cached flags are a second pair with a life of its own: reading
-//   the one leaves the other alone.
-// - Switches, log and flags outlast a time without power.
+// What it does where boards may differ: docs/simulator.md, "Clock and security switches".
 #ifndef MARVANE_SIMULATOR_BOARD_CLOCK_H
 #define MARVANE_SIMULATOR_BOARD_CLOCK_H
 

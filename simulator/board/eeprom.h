@@ -1,11 +1,5 @@
 // The board's EEPROM: which part the 8051 was told it is, and which part it really is.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - The 8051 keeps what it was told (command 3) in battery-backed memory, so that a board that is
-//   plugged in again need not be told again. Until it is told it refuses to read and to write.
-// - It goes by the page size, the number of address bytes and the bus address; the highest address
-//   it only keeps.
-// - A write takes no time.
+// What it does where boards may differ: docs/simulator.md, "EEPROM".
 #ifndef MARVANE_SIMULATOR_BOARD_EEPROM_H
 #define MARVANE_SIMULATOR_BOARD_EEPROM_H
 

@@ -1,7 +1,5 @@
 // A serial EEPROM of the 24LC family, as the 8051 meets it on its bus.
-//
-// The simulator's own choice is what a part holds that is not blank: 00 00 00 01 00 02 and so on,
-// the number of each pair of bytes, high byte first. No four bytes in a row occur twice in it.
+// What it does where boards may differ: docs/simulator.md, "EEPROM".
 #ifndef MARVANE_SIMULATOR_BOARD_EEPROM_CHIP_H
 #define MARVANE_SIMULATOR_BOARD_EEPROM_CHIP_H
 

@@ -1,9 +1,5 @@
 // The parallel hoppers in the cabinet, which drop coins while the board drives them.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - Each input has a hopper of its own in the cabinet. While a release on the input drives its
-//   output, a coin falls every 1000 / rate ms, with a pulse of 20 ms to the input's other level.
-//   The hopper holds 500 coins and pays 10 a second at first.
+// What it does where boards may differ: docs/simulator.md, "Hoppers".
 #ifndef MARVANE_SIMULATOR_BOARD_HOPPERS_H
 #define MARVANE_SIMULATOR_BOARD_HOPPERS_H
 

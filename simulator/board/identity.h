@@ -1,9 +1,5 @@
 // Who the board is: versions of its two programs, and its serial numbers.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - A version is two bytes, major and minor: 1.2 of the 8051's program, 2.5 of the PIC's.
-// - The PIC's serial number is 8 digits of text until one is set, and stays set without power.
-// - The Dallas number is that of a plain serial-number chip (family 1).
+// What it does where boards may differ: docs/simulator.md, "Identity".
 #ifndef MARVANE_SIMULATOR_BOARD_IDENTITY_H
 #define MARVANE_SIMULATOR_BOARD_IDENTITY_H
 

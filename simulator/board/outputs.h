@@ -1,14 +1,5 @@
 // The 38 outputs of a board: two patterns, the lamps' brightness, and pulses of single outputs.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - A pulse value counts units of 10 ms. While a pulse lasts, its output is on ("pulse on") or off
-//   ("pulse off") whatever the patterns say; a new pulse of the same output takes its place, and
-//   the value 0 merely ends it.
-// - Only outputs 0 to 31 can be pulsed.
-// - An output that the board drives itself, for a hopper, is on whatever patterns and pulses say.
-// - The pulse result is about the pulse that was asked for last: how it stands (PulseState), its
-//   output, and the units that are left of it.
-// - At power-up all outputs are off and the brightness is full.
+// What it does where boards may differ: docs/simulator.md, "Outputs".
 #ifndef MARVANE_SIMULATOR_BOARD_OUTPUTS_H
 #define MARVANE_SIMULATOR_BOARD_OUTPUTS_H
 

@@ -1,15 +1,5 @@
 // Pulses that the board finds on its inputs, and one counter of them for each input.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - The board looks at its inputs once a millisecond. A pulse takes an input from its resting level
-//   to the active one (active state 0: low, any other: high) and back. It counts at its end, when
-//   it lasted at least pulseParameter ms (0: any time) and at most extendedPulseParameter units of
-//   10 ms (0: no limit). A pulse that is under way when the board begins to watch does not count.
-// - A check counts pulses from its begin to its end and leaves the counter alone at both. The
-//   counter is one byte and stays at 255, a pulse beyond is lost; taking one off 0 leaves 0.
-// - Told new settings while a check runs, the board watches anew; told the same, it goes on.
-// - The status of a check is 4, with the counter, once a pulse counted since its last begin, as
-//   long as the counter is above 0; else it is 0. A check that ended keeps it.
+// What it does where boards may differ: docs/simulator.md, "Pulsed inputs".
 #ifndef MARVANE_SIMULATOR_BOARD_PULSED_INPUTS_H
 #define MARVANE_SIMULATOR_BOARD_PULSED_INPUTS_H
 

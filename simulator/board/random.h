@@ -1,7 +1,5 @@
 // The board's hardware random-number generator.
-//
-// The simulator's own choice, boards may differ: the generator is off at power-up and refuses to
-// give a number until it is switched on; the argument of that command changes nothing.
+// What it does where boards may differ: docs/simulator.md, "Random numbers".
 #ifndef MARVANE_SIMULATOR_BOARD_RANDOM_H
 #define MARVANE_SIMULATOR_BOARD_RANDOM_H
 

@@ -1,16 +1,5 @@
 // The recording of up to four inputs into the board's battery-backed memory.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - A sample is one byte: bit i is the level of slot i's input, 0 for an empty slot. The start
-//   parameter (10 to 15000) is the time in ms before the first sample and between two.
-// - The page that the area begins in counts as application memory does: from 13 on it lies three
-//   pages higher, clear of the program, and so do the pages that an area runs on into. A recording
-//   reads back at the address for which it was configured.
-// - Status 0: not started since it was configured, 1: recording, 2: the area is full. The values
-// are
-//   the samples taken and those that still fit.
-// - A configuration stops a recording, a start begins again at the area's first byte. Both are
-//   forgotten without power; the samples are not.
+// What it does where boards may differ: docs/simulator.md, "Recordings".
 #ifndef MARVANE_SIMULATOR_BOARD_RECORDING_H
 #define MARVANE_SIMULATOR_BOARD_RECORDING_H
 

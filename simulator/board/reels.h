@@ -1,23 +1,5 @@
 // The three reels of a board, and how it turns them, step by step.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - configWord: steps of a revolution (0: 200). configByte: ms that a step takes at full speed (0:
-//   5). A configuration of n reels is about reels 0 to n - 1; the others keep theirs. It stops
-//   nothing; a position that a reel then has no more is taken modulo its steps.
-// - Spin setting 1 or -1: spinValue steps forward or backward, then the reel stops. 2 or -2: on and
-//   on. 0: down the ramp and stop; without a ramp at once. A new spin of a turning reel in its
-//   direction replaces what is left, without a new ramp; in the other direction it begins afresh.
-//   No steps at all stop the reel at once.
-// - An entry of a ramp is the time of one step in ms (0: 1). The first n steps of a spin are the
-//   ramp up's, the last n before the stop the ramp down's, which wins where the two meet; all
-//   others take full speed. What is told in the middle of a step goes for this step already. Ramps
-//   may be told before the reel is configured.
-// - While the reels are synchronised (any value but 0), spins wait until each configured reel has
-//   been told one, then all begin. Switching it off begins those that wait; a stop forgets one.
-// - Status: word 1 is the position, 0 to steps - 1, word 2 the steps that are left, of a spin that
-//   waits also (0xFFFF: on and on), byte 1 is 1 while the reel turns, byte 2 is 1 on the ramp up
-//   and 2 on the ramp down.
-// - Duty cycles change nothing. A reel stays where it is without power, everything else is lost.
+// What it does where boards may differ: docs/simulator.md, "Reels".
 #ifndef MARVANE_SIMULATOR_BOARD_REELS_H
 #define MARVANE_SIMULATOR_BOARD_REELS_H
 

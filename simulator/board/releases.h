@@ -1,17 +1,5 @@
 // How the board has a parallel hopper pay coins: it drives the hopper's output and counts.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - While it pays, the board drives the release's output on, whatever patterns and pulses say. It
-//   counts the pulses on the release's input by the settings that the release brings.
-// - Status 0: idle or stopped, 1: paying, 2: all coins paid, 3: no pulse for a second (one under
-// way
-//   then has another second to end). The count is that of the coins paid, modulo 256.
-// - releaseParameter counts units of 10 ms. After each coin the output rests for this time, so that
-//   two coins are at least so far apart; 0 pays as fast as the hopper can.
-// - The output goes off with the last coin's pulse. A coin that is falling when the board is told
-//   to stop still counts. Telling it to stop when it does not pay changes nothing.
-// - No coins at all are paid at once. A release is refused (busy) while its input has one that pays
-//   or another one has its output.
+// What it does where boards may differ: docs/simulator.md, "Hoppers".
 #ifndef MARVANE_SIMULATOR_BOARD_RELEASES_H
 #define MARVANE_SIMULATOR_BOARD_RELEASES_H
 

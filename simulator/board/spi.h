@@ -1,16 +1,5 @@
 // The board's SPI port, and the simulated device behind it.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - The port is off at power-up and refuses transfers until it is switched on. The control byte is
-//   kept for display and changes nothing.
-// - A reply is as many whole bytes as hold the bits asked for; what the device has less is filled
-//   up with zeroes, what it has more is cut.
-// - The device answers with the oldest of the replies that the cabinet queued, if there is one;
-//   else an SEC frame with an SEC frame; else with the bytes that it was sent.
-// - Sent bytes are an SEC frame when their third one is the number of data bytes between the
-//   headers and the checksum. One whose checksum is right is answered with a frame that fills the
-//   reply: headers exchanged, the data sent, its own checksum. One with a wrong checksum is sent
-//   back as it came and counted. A reply without room for a frame holds the beginning of one.
+// What it does where boards may differ: docs/simulator.md, "SPI".
 #ifndef MARVANE_SIMULATOR_BOARD_SPI_H
 #define MARVANE_SIMULATOR_BOARD_SPI_H
 

@@ -1,18 +1,5 @@
 // A ccTalk coin acceptor on a simulated board's serial port.
-//
-// What follows is the simulator's own choice, real acceptors may differ:
-// - It hears address 2, and 0, which is everybody; it answers as 2. A frame is destination, number
-//   of data bytes, source, header, data and a check that brings the sum of all bytes to 0 modulo
-//   256. What it does not answer, it is silent about: other addresses, wrong checks, unknown
-//   headers, another number of data bytes than the header takes. Nothing of what it hears comes
-//   back as an echo.
-// - 50 ms without a word drop an unfinished frame.
-// - It answers 254 (simple poll), 246, 245, 244 (who it is), 242 (serial number, 3 bytes, low
-//   first), 231 and 230 (set and tell the inhibit mask, 2 bytes, low first: bit n - 1 lets coin n
-//   in), 228 and 227 (set and tell the master inhibit: bit 0 lets coins in), 229 (event counter,
-//   then the last five events as coin and sorter path, latest first) and 1 (reset).
-// - At power-up and after a reset the mask lets no coin in, the master all, and no event is known.
-//   The event counter then goes from 0 to 1, and from 255 to 1.
+// What it does where real acceptors may differ: docs/simulator.md, "The ccTalk acceptor".
 #ifndef MARVANE_SIMULATOR_LINE_CCTALK_ACCEPTOR_H
 #define MARVANE_SIMULATOR_LINE_CCTALK_ACCEPTOR_H
 

@@ -1,10 +1,5 @@
 // An RS-232 device on a simulated board's serial port that speaks when it is polled.
-//
-// What follows is the simulator's own choice, real devices have protocols of their own:
-// - A frame is STX (2), the number of data bytes, the data, and the exclusive or of all before it.
-//   Words before an STX are skipped; 50 ms without a word drop an unfinished frame.
-// - Each right frame, whatever its data, is answered with the oldest event that the cabinet queued,
-//   or with a frame without data. Wrong and unfinished ones are counted and not answered.
+// What it does where real devices may differ: docs/simulator.md, "The polled device".
 #ifndef MARVANE_SIMULATOR_LINE_POLLED_DEVICE_H
 #define MARVANE_SIMULATOR_LINE_POLLED_DEVICE_H
 

@@ -1,8 +1,5 @@
 // A SAS host on a serial line: it polls one machine and looks how it answers.
-//
-// It has the simulator's own simple form of the protocol, as port/sas.h tells it. An answer
-// begins within 20 ms of the poll and ends with 5 ms of silence; what comes at other times is
-// ignored.
+// What it does where real hosts may differ: docs/simulator.md, "SAS".
 #ifndef MARVANE_SIMULATOR_LINE_SAS_HOST_H
 #define MARVANE_SIMULATOR_LINE_SAS_HOST_H
 

@@ -1,24 +1,6 @@
 // The polls that a board runs on a serial port by itself: four slots, each with its messages, and
 // the message that tells the line when the host has fallen silent.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - Mode 0 stops a slot, 1 sends message 1 every period, 2 sends message 1 and 2 in turn, 3 sends
-//   message 1 every period and message 2 after each right reply to it; what that message 2 is
-//   answered is kept like a reply, and nobody misses it where nothing comes. A message of length 0
-//   is not sent, its turn passes. The first message goes out one period after the configuration; a
-//   period of 0 is one of 10 ms.
-// - A reply has reply[LengthOffset] + LengthExtra bytes. With variant 1 its bytes sum to 0 modulo
-//   256, or it is dropped and counted. Param is the reply time-out in units of 10 ms, 0 for one
-//   period. `Word` and `Byte` change nothing. The two messages tell their length in the same way.
-// - While a slot waits for its reply nothing else is sent; slots that are due take turns.
-// - Option 0 keeps every reply, 1 those that differ from the one before, 2 the latest only; 3 and 4
-//   are as 0.
-// - A configuration keeps the slot's unread messages and its host time-out; command 106 forgets
-//   these too.
-// - A slot that nobody reads for its host time-out stops. The next read says so, once all of a
-//   message that was begun is read, and starts it again.
-// - The time-out message goes out once when no command came for its time, or when the slot that
-//   waits then has waited; the next command arms it again.
+// What it does where boards may differ: docs/simulator.md, "Polls".
 #ifndef MARVANE_SIMULATOR_PORT_POLLS_H
 #define MARVANE_SIMULATOR_PORT_POLLS_H
 

@@ -1,15 +1,5 @@
 // How a board answers a SAS host on one of its serial ports by itself.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - On the line a poll begins with a word whose ninth bit is set: the address with 0x80 for a
-//   general poll, which is that word alone, without it for a long poll, whose other bytes follow
-//   until the line is silent for 5 ms.
-// - Mode 0: no automatic replies. 1: a general poll to the machine's address is answered with the
-//   value. 2: a long poll, too, with the address and the value; value 0 is the busy answer.
-// - Polls to the address that get no automatic reply go on to the receive queue, polls to others
-//   nowhere. Without an address everything goes to the queue.
-// - Status: bit 0, a poll was answered, bit 1, one went to the queue, bit 2, one was for another
-//   address, each since the last look.
+// What it does where boards may differ: docs/simulator.md, "SAS".
 #ifndef MARVANE_SIMULATOR_PORT_SAS_H
 #define MARVANE_SIMULATOR_PORT_SAS_H
 

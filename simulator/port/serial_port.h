@@ -1,16 +1,5 @@
 // One of the board's serial ports, with the line and what hangs on it.
-//
-// What follows is the simulator's own choice, boards may differ:
-// - The line takes no time: what is sent is on the other end at once, whatever the rate.
-// - On a port of type 1, nine bits travel at a time: two bytes of a command or reply, high byte
-//   first, of which no reply holds only one. The other types are the same: eight bits at a time,
-//   and nothing of a ninth, which begins a SAS poll, is heard.
-// - A port that is not configured hears nothing. Configuring it again sets the parity errors back
-//   to 0 and keeps what was received. Parity, flags and rate change nothing.
-// - A word that comes belongs to a SAS poll, else to a poll that waits for its reply, else to the
-//   receive queue.
-// - Plain receives and those with timestamps take from the same queue. A timestamp is the time of
-//   arrival in ms modulo 256; where nothing was received, the only byte of the reply is now's.
+// What it does where boards may differ: docs/simulator.md, "Serial ports".
 #ifndef MARVANE_SIMULATOR_PORT_SERIAL_PORT_H
 #define MARVANE_SIMULATOR_PORT_SERIAL_PORT_H
 
