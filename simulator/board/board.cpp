@@ -29,7 +29,7 @@ Board::Board(BoardOptions boardOptions)
     PowerUp();
 }
 
-Answer Board::Handle(std::uint8_t command, std::uint32_t channel, Payload payload) {
+Answer Board::Handle(std::uint8_t command, std::uint32_t channel, ByteView payload) {
     Advance();
     return Dispatch(*this, command, channel, payload);
 }
@@ -92,8 +92,8 @@ void Board::PowerUp() {
 }
 
 BoardContents Board::Contents() const {
-    const Payload memoryBytes = memory.Contents();
-    const Payload eepromBytes = eeprom.Chip().Contents();
+    const ByteView memoryBytes = memory.Contents();
+    const ByteView eepromBytes = eeprom.Chip().Contents();
     return {
         .model = options.model,
         .eepromPart = options.eeprom,

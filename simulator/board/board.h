@@ -44,7 +44,7 @@ public:
     explicit Board(BoardOptions options);
 
     /// What the board's side of the bus does with one command, now; channel counts from 1.
-    Answer Handle(std::uint8_t command, std::uint32_t channel, Payload payload);
+    Answer Handle(std::uint8_t command, std::uint32_t channel, ByteView payload);
 
     /// Lets happen what happens by itself up to now. To be called before the board is looked at or
     /// the cabinet acts on it.
@@ -63,7 +63,7 @@ public:
 
     const BoardOptions& Options() const { return options; }
 
-    // One family of commands each. The functions that take no Payload are the cabinet's side.
+    // One family of commands each. The functions that take no payload are the cabinet's side.
     BoardMemory memory;
     BoardInputs inputs;
     BoardOutputs outputs;

@@ -41,33 +41,33 @@ std::uint32_t BoardClock::Value() const {
     return Seconds() + kept.offset;
 }
 
-Answer BoardClock::SetClock(Payload payload) {
+Answer BoardClock::SetClock(ByteView payload) {
     kept.offset = LowFirst(payload) - Seconds();
     return {};
 }
 
-Answer BoardClock::ReadClock(Payload) {
+Answer BoardClock::ReadClock(ByteView) {
     return ClockAnswer(Value());
 }
 
-Answer BoardClock::TakeClockFailure(Payload) {
+Answer BoardClock::TakeClockFailure(ByteView) {
     return TakeFlag(kept.clockFailed);
 }
 
-Answer BoardClock::TakeBatteryFailure(Payload) {
+Answer BoardClock::TakeBatteryFailure(ByteView) {
     return TakeFlag(kept.batteryFailed);
 }
 
-Answer BoardClock::ReadClockAtBatteryFailure(Payload) {
+Answer BoardClock::ReadClockAtBatteryFailure(ByteView) {
     return ClockAnswer(kept.clockAtBatteryFailure);
 }
 
-Answer BoardClock::BeginLogPass(Payload) {
+Answer BoardClock::BeginLogPass(ByteView) {
     nextLogEntry = 0;
     return {};
 }
 
-Answer BoardClock::ReadNextLogEntry(Payload) {
+Answer BoardClock::ReadNextLogEntry(ByteView) {
     SecurityEvent entry;
     if (nextLogEntry < kept.log.size()) entry = kept.log[nextLogEntry++];
     Answer answer = ClockAnswer(entry.clock);
@@ -75,17 +75,17 @@ Answer BoardClock::ReadNextLogEntry(Payload) {
     return answer;
 }
 
-Answer BoardClock::ClearLog(Payload) {
+Answer BoardClock::ClearLog(ByteView) {
     kept.log.clear();
     nextLogEntry = 0;
     return {};
 }
 
-Answer BoardClock::TakeSwitchFlags(Payload) {
+Answer BoardClock::TakeSwitchFlags(ByteView) {
     return TakeFlags(kept.flags);
 }
 
-Answer BoardClock::TakeCachedSwitchFlags(Payload) {
+Answer BoardClock::TakeCachedSwitchFlags(ByteView) {
     return TakeFlags(kept.cachedFlags);
 }
 

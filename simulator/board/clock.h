@@ -45,16 +45,16 @@ class BoardClock {
 public:
     explicit BoardClock(TimeSource boardTime) : time(std::move(boardTime)) {}
 
-    Answer SetClock(Payload payload);
-    Answer ReadClock(Payload payload);
-    Answer TakeClockFailure(Payload payload);
-    Answer TakeBatteryFailure(Payload payload);
-    Answer ReadClockAtBatteryFailure(Payload payload);
-    Answer BeginLogPass(Payload payload);
-    Answer ReadNextLogEntry(Payload payload);
-    Answer ClearLog(Payload payload);
-    Answer TakeSwitchFlags(Payload payload);
-    Answer TakeCachedSwitchFlags(Payload payload);
+    Answer SetClock(ByteView payload);
+    Answer ReadClock(ByteView payload);
+    Answer TakeClockFailure(ByteView payload);
+    Answer TakeBatteryFailure(ByteView payload);
+    Answer ReadClockAtBatteryFailure(ByteView payload);
+    Answer BeginLogPass(ByteView payload);
+    Answer ReadNextLogEntry(ByteView payload);
+    Answer ClearLog(ByteView payload);
+    Answer TakeSwitchFlags(ByteView payload);
+    Answer TakeCachedSwitchFlags(ByteView payload);
 
     /// Opens or closes a security switch, and logs it if that changes anything. Numbers beyond the
     /// last are ignored.

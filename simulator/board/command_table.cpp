@@ -9,16 +9,16 @@
 namespace simulator {
 namespace {
 
-using Handler = Answer (*)(Board&, Payload);
+using Handler = Answer (*)(Board&, ByteView);
 
 // Calls a family's function on the board's member for that family, and hands it the members that
 // it needs beside.
 template <auto family, auto function, auto... others>
-Answer Call(Board& board, Payload payload) {
+Answer Call(Board& board, ByteView payload) {
     return ((board.*family).*function)(payload, board.*others...);
 }
 
-Answer BeginRelease(Board& board, Payload payload) {
+Answer BeginRelease(Board& board, ByteView payload) {
     Answer answer = board.releases.Begin(payload, board.inputs, board.outputs);
     if (answer.status != status::kAccepted) return answer;
     board.pulsedInputs.GiveUpStatus(payload[0]);
@@ -27,7 +27,7 @@ Answer BeginRelease(Board& board, Payload payload) {
 }
 
 // Of what was begun last on the input, a release or a check.
-Answer ReportHopper(Board& board, Payload payload) {
+Answer ReportHopper(Board& board, ByteView payload) {
     const std::uint8_t input = payload[0];
     if (input >= kCountedInputCount) return Refuse(status::kOutOfRange);
     const InputStatus status =
@@ -36,17 +36,17 @@ Answer ReportHopper(Board& board, Payload payload) {
 }
 
 // The simulated board has no diagnostic data: it sends back what it was asked.
-Answer EchoDiagnosticRequest(Board& board, Payload payload) {
+Answer EchoDiagnosticRequest(Board& board, ByteView payload) {
     if (payload.size() > ReplyLimit(board.Options().model)) return Refuse(status::kTooLong);
     return {status::kAccepted, {payload.begin(), payload.end()}};
 }
 
-Answer AcceptDiagnosticData(Board&, Payload) {
+Answer AcceptDiagnosticData(Board&, ByteView) {
     return {};
 }
 
 template <std::size_t port>
-Answer ConfigurePort(Board& board, Payload payload) {
+Answer ConfigurePort(Board& board, ByteView payload) {
     board.ports[port].polls.OnCommand();
     return board.ports[port].Configure(payload);
 }
@@ -60,13 +60,13 @@ Answer OnConfigured(BoardSerialPort& port, Act act) {
 }
 
 template <std::size_t number, auto function>
-Answer CallPort(Board& board, Payload payload) {
+Answer CallPort(Board& board, ByteView payload) {
     BoardSerialPort& port = board.ports[number];
     return OnConfigured(port, [&] { return (port.*function)(payload); });
 }
 
 template <std::size_t number, auto part, auto function>
-Answer CallPart(Board& board, Payload payload) {
+Answer CallPart(Board& board, ByteView payload) {
     BoardSerialPort& port = board.ports[number];
     return OnConfigured(port, [&] { return ((port.*part).*function)(payload); });
 }
@@ -223,7 +223,7 @@ bool IsKnownOnAnyChannel(Model model, std::uint8_t code) {
 
 }  // namespace
 
-Answer Dispatch(Board& board, std::uint8_t command, std::uint32_t channel, Payload payload) {
+Answer Dispatch(Board& board, std::uint8_t command, std::uint32_t channel, ByteView payload) {
     const Model model = board.Options().model;
     const Command* known = Find(model, command, channel);
     if (known == nullptr) {

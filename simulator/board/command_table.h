@@ -10,7 +10,7 @@ namespace simulator {
 class Board;
 
 /// Hands one command to the board's family for it, or refuses what the board's model does not know.
-Answer Dispatch(Board& board, std::uint8_t command, std::uint32_t channel, Payload payload);
+Answer Dispatch(Board& board, std::uint8_t command, std::uint32_t channel, ByteView payload);
 
 }  // namespace simulator
 

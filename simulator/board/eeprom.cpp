@@ -15,7 +15,7 @@ constexpr std::size_t kHeader = 3;         // length, address low, address high
 constexpr std::size_t kFirstWritten = 8;   // the addresses below are only read
 constexpr std::size_t kWriteEnd = 0xFFFF;  // behind the last byte that is written
 
-std::size_t AddressIn(Payload payload) {
+std::size_t AddressIn(ByteView payload) {
     return LowFirst(payload.subspan(1, 2));
 }
 
@@ -25,7 +25,7 @@ bool IsUsable(const EepromSetting& setting) {
 
 }  // namespace
 
-Answer BoardEeprom::Configure(Payload payload) {
+Answer BoardEeprom::Configure(ByteView payload) {
     const EepromSetting told{
         .pageSize = payload[0],
         .addressBytes = payload[1],
@@ -43,8 +43,8 @@ std::int32_t BoardEeprom::StatusOfAccess() const {
     return answers ? status::kAccepted : status::kNoAcknowledge;
 }
 
-Answer BoardEeprom::Write(Payload payload) {
-    Payload data = payload.subspan(kHeader);
+Answer BoardEeprom::Write(ByteView payload) {
+    ByteView data = payload.subspan(kHeader);
     if (data.size() != payload[0]) return Refuse(status::kMalformedPayload);
     if (data.size() > kLongestWrite) return Refuse(status::kTooLong);
     std::size_t address = AddressIn(payload);
@@ -64,7 +64,7 @@ Answer BoardEeprom::Write(Payload payload) {
     return {};
 }
 
-Answer BoardEeprom::Read(Payload payload) {
+Answer BoardEeprom::Read(ByteView payload) {
     const std::size_t count = payload[0];
     if (count > kLongestRead) return Refuse(status::kTooLong);
     if (count == 0) return Refuse(status::kOutOfRange);
@@ -74,7 +74,7 @@ Answer BoardEeprom::Read(Payload payload) {
     return {status::kAccepted, chip.Read(AddressIn(payload), count)};
 }
 
-bool BoardEeprom::Restore(const std::optional<EepromSetting>& newSetting, Payload contents) {
+bool BoardEeprom::Restore(const std::optional<EepromSetting>& newSetting, ByteView contents) {
     if (newSetting && !IsUsable(*newSetting)) return false;
     if (!chip.Restore(contents)) return false;
     setting = newSetting;

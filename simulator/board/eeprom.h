@@ -24,16 +24,16 @@ class BoardEeprom {
 public:
     BoardEeprom(EepromPart part, bool blank) : chip(part, blank) {}
 
-    Answer Configure(Payload payload);
-    Answer Write(Payload payload);
-    Answer Read(Payload payload);
+    Answer Configure(ByteView payload);
+    Answer Write(ByteView payload);
+    Answer Read(ByteView payload);
 
     const EepromChip& Chip() const { return chip; }
     const std::optional<EepromSetting>& Setting() const { return setting; }
 
     /// False, and nothing changed, unless contents are as long as the part and the setting is one
     /// that command 3 could have made.
-    bool Restore(const std::optional<EepromSetting>& newSetting, Payload contents);
+    bool Restore(const std::optional<EepromSetting>& newSetting, ByteView contents);
 
 private:
     std::int32_t StatusOfAccess() const;

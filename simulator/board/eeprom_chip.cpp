@@ -68,14 +68,14 @@ std::vector<std::uint8_t> EepromChip::Read(std::size_t address, std::size_t coun
     return data;
 }
 
-void EepromChip::Write(std::size_t address, Payload data) {
+void EepromChip::Write(std::size_t address, ByteView data) {
     const std::size_t pageSize = FactsOf(part).pageSize;
     const std::size_t page = address % bytes.size() / pageSize * pageSize;
     for (const std::uint8_t byte : data)
         bytes[page + address++ % pageSize] = byte;
 }
 
-bool EepromChip::Restore(Payload contents) {
+bool EepromChip::Restore(ByteView contents) {
     if (contents.size() != bytes.size()) return false;
     bytes.assign(contents.begin(), contents.end());
     return true;

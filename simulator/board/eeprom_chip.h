@@ -48,12 +48,12 @@ public:
     /// count, here and below.
     std::vector<std::uint8_t> Read(std::size_t address, std::size_t count) const;
     /// One write cycle: goes on at the first byte of the page after its last one.
-    void Write(std::size_t address, Payload data);
+    void Write(std::size_t address, ByteView data);
 
     EepromPart Part() const { return part; }
-    Payload Contents() const { return bytes; }
+    ByteView Contents() const { return bytes; }
     /// False, and nothing changed, unless there is exactly one byte for each of the part's.
-    bool Restore(Payload contents);
+    bool Restore(ByteView contents);
 
 private:
     EepromPart part;

@@ -12,7 +12,7 @@ constexpr std::array<std::uint8_t, 2> kPicVersion = {2, 5};
 constexpr std::uint8_t kDallasFamily = 0x01;
 constexpr std::uint8_t kCrcPolynomial = 0x8C;  // x^8 + x^5 + x^4 + 1, lowest bit first
 
-std::uint8_t CrcOf(Payload bytes) {
+std::uint8_t CrcOf(ByteView bytes) {
     unsigned crc = 0;
     for (const std::uint8_t byte : bytes) {
         crc ^= byte;
@@ -26,7 +26,7 @@ SerialNumber DallasNumberOf(std::uint32_t number) {
     SerialNumber serial{kDallasFamily};
     for (std::size_t i = 0; i < 4; ++i)
         serial[1 + i] = static_cast<std::uint8_t>(number >> (8 * i));
-    serial.back() = CrcOf(Payload(serial).first(serial.size() - 1));
+    serial.back() = CrcOf(ByteView(serial).first(serial.size() - 1));
     return serial;
 }
 
@@ -39,7 +39,7 @@ SerialNumber DigitsOf(std::uint32_t number) {
     return digits;
 }
 
-Answer AnswerWith(Payload bytes) {
+Answer AnswerWith(ByteView bytes) {
     return {status::kAccepted, {bytes.begin(), bytes.end()}};
 }
 
@@ -48,24 +48,24 @@ Answer AnswerWith(Payload bytes) {
 BoardIdentity::BoardIdentity(std::uint32_t number)
     : dallasNumber(DallasNumberOf(number)), picSerial(DigitsOf(number)) {}
 
-Answer BoardIdentity::Report8051Version(Payload) {
+Answer BoardIdentity::Report8051Version(ByteView) {
     return AnswerWith(k8051Version);
 }
 
-Answer BoardIdentity::ReportPicVersion(Payload) {
+Answer BoardIdentity::ReportPicVersion(ByteView) {
     return AnswerWith(kPicVersion);
 }
 
-Answer BoardIdentity::ReadPicSerial(Payload) {
+Answer BoardIdentity::ReadPicSerial(ByteView) {
     return AnswerWith(picSerial);
 }
 
-Answer BoardIdentity::SetPicSerial(Payload payload) {
+Answer BoardIdentity::SetPicSerial(ByteView payload) {
     std::ranges::copy(payload, picSerial.begin());
     return {};
 }
 
-Answer BoardIdentity::ReadDallasNumber(Payload) {
+Answer BoardIdentity::ReadDallasNumber(ByteView) {
     return AnswerWith(dallasNumber);
 }
 

@@ -16,11 +16,11 @@ public:
     /// The number, up to 99999999, tells this board's serial numbers from those of the others.
     explicit BoardIdentity(std::uint32_t number);
 
-    Answer Report8051Version(Payload payload);
-    Answer ReportPicVersion(Payload payload);
-    Answer ReadPicSerial(Payload payload);
-    Answer SetPicSerial(Payload payload);
-    Answer ReadDallasNumber(Payload payload);
+    Answer Report8051Version(ByteView payload);
+    Answer ReportPicVersion(ByteView payload);
+    Answer ReadPicSerial(ByteView payload);
+    Answer SetPicSerial(ByteView payload);
+    Answer ReadDallasNumber(ByteView payload);
 
     /// Its last byte is the 1-Wire CRC of the others.
     const SerialNumber& DallasNumber() const { return dallasNumber; }

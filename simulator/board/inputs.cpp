@@ -22,21 +22,21 @@ Answer ImageAnswer(const InputImage& image) {
 
 }  // namespace
 
-Answer BoardInputs::ReadImage(Payload) {
+Answer BoardInputs::ReadImage(ByteView) {
     return ImageAnswer(image);
 }
 
-Answer BoardInputs::ReadRawImage(Payload) {
+Answer BoardInputs::ReadRawImage(ByteView) {
     return ImageAnswer(rawImage);
 }
 
-Answer BoardInputs::ReportChanges(Payload) {
+Answer BoardInputs::ReportChanges(ByteView) {
     Answer answer = ImageAnswer(changes);
     changes.fill(0);
     return answer;
 }
 
-Answer BoardInputs::SetMultiplexing(Payload payload) {
+Answer BoardInputs::SetMultiplexing(ByteView payload) {
     if (payload[0] > 1) return Refuse(status::kOutOfRange);
     multiplexing = payload[0] == 1;
     return {};
@@ -44,7 +44,7 @@ Answer BoardInputs::SetMultiplexing(Payload payload) {
 
 // A lead byte that says whether the matrix is being scanned, then 24 switches in each of the
 // four groups, switch 0 in the lowest bit of the first byte.
-Answer BoardInputs::ReadMultiplexed(Payload) {
+Answer BoardInputs::ReadMultiplexed(ByteView) {
     Answer answer{status::kAccepted, std::vector<std::uint8_t>(1 + matrix.size(), 0)};
     if (!multiplexing) return answer;
 

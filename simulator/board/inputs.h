@@ -19,11 +19,11 @@ using InputImage = std::array<std::uint8_t, 5>;
 
 class BoardInputs {
 public:
-    Answer ReadImage(Payload payload);
-    Answer ReportChanges(Payload payload);
-    Answer ReadRawImage(Payload payload);
-    Answer SetMultiplexing(Payload payload);
-    Answer ReadMultiplexed(Payload payload);
+    Answer ReadImage(ByteView payload);
+    Answer ReportChanges(ByteView payload);
+    Answer ReadRawImage(ByteView payload);
+    Answer SetMultiplexing(ByteView payload);
+    Answer ReadMultiplexed(ByteView payload);
 
     /// Holds an input at a level, contact included. Numbers beyond the last are ignored, here
     /// and below.

@@ -34,8 +34,8 @@ unsigned PageCount(Model model) {
 
 // What a read or write asks for: as the payload says it, nothing checked.
 struct BoardMemory::Range {
-    static Range Flat(Payload payload) { return {payload[0], 0, LowFirst(payload.subspan(1, 2))}; }
-    static Range Paged(Payload payload) {
+    static Range Flat(ByteView payload) { return {payload[0], 0, LowFirst(payload.subspan(1, 2))}; }
+    static Range Paged(ByteView payload) {
         return {payload[0], payload[2], LowFirst(payload.subspan(3, 2))};
     }
 
@@ -72,7 +72,7 @@ void BoardMemory::StoreForApplication(std::size_t address, std::uint8_t byte) {
     if (const auto place = PlaceOf(page, address % kPageSize, 1)) bytes[*place] = byte;
 }
 
-bool BoardMemory::Restore(Payload contents) {
+bool BoardMemory::Restore(ByteView contents) {
     if (contents.size() != bytes.size()) return false;
     bytes.assign(contents.begin(), contents.end());
     return true;
@@ -96,7 +96,7 @@ Answer BoardMemory::Read(const Range& range) const {
 }
 
 // A download, and a program that believes that it must download, write to any page of a K44 or K50.
-Answer BoardMemory::Write(const Range& range, Payload data) {
+Answer BoardMemory::Write(const Range& range, ByteView data) {
     if (data.size() != range.length) return Refuse(status::kMalformedPayload);
     const auto place = PlaceOf(range.page, range.offset, range.length);
     if (range.length == 0 || !place) return Refuse(status::kOutOfRange);
@@ -106,27 +106,27 @@ Answer BoardMemory::Write(const Range& range, Payload data) {
     return {};
 }
 
-Answer BoardMemory::ReadFlat(Payload payload) {
+Answer BoardMemory::ReadFlat(ByteView payload) {
     return Read(Range::Flat(payload));
 }
 
-Answer BoardMemory::WriteFlat(Payload payload) {
+Answer BoardMemory::WriteFlat(ByteView payload) {
     if (payload.size() > writeLimit) return Refuse(status::kTooLong);
     return Write(Range::Flat(payload), payload.subspan(kFlatHeader));
 }
 
-Answer BoardMemory::ReadPaged(Payload payload) {
+Answer BoardMemory::ReadPaged(ByteView payload) {
     if (payload[1] != 0) return Refuse(status::kMalformedPayload);
     return Read(Range::Paged(payload));
 }
 
-Answer BoardMemory::WritePaged(Payload payload) {
+Answer BoardMemory::WritePaged(ByteView payload) {
     if (payload[1] != 0) return Refuse(status::kMalformedPayload);
     if (payload.size() > writeLimit) return Refuse(status::kTooLong);
     return Write(Range::Paged(payload), payload.subspan(kPagedHeader));
 }
 
-Answer BoardMemory::BeginDownload(Payload) {
+Answer BoardMemory::BeginDownload(ByteView) {
     programRunning = false;
     downloadBegun = true;
     return {};
@@ -134,14 +134,14 @@ Answer BoardMemory::BeginDownload(Payload) {
 
 // Two processes that open a fresh board at once both download; the second one's end finds the
 // program running already and changes nothing.
-Answer BoardMemory::EndDownload(Payload) {
+Answer BoardMemory::EndDownload(ByteView) {
     if (!downloadBegun && !programRunning) return Refuse(status::kNoDownload);
     programRunning = true;
     downloadBegun = false;
     return {};
 }
 
-Answer BoardMemory::ReportProgram(Payload) {
+Answer BoardMemory::ReportProgram(ByteView) {
     return {status::kAccepted, {static_cast<std::uint8_t>(programRunning ? 1 : 0)}};
 }
 

@@ -15,13 +15,13 @@ class BoardMemory {
 public:
     BoardMemory(Model model, int speedMbit);
 
-    Answer ReadFlat(Payload payload);
-    Answer WriteFlat(Payload payload);
-    Answer ReadPaged(Payload payload);
-    Answer WritePaged(Payload payload);
-    Answer BeginDownload(Payload payload);
-    Answer EndDownload(Payload payload);
-    Answer ReportProgram(Payload payload);
+    Answer ReadFlat(ByteView payload);
+    Answer WriteFlat(ByteView payload);
+    Answer ReadPaged(ByteView payload);
+    Answer WritePaged(ByteView payload);
+    Answer BeginDownload(ByteView payload);
+    Answer EndDownload(ByteView payload);
+    Answer ReportProgram(ByteView payload);
 
     bool IsProgramRunning() const { return programRunning; }
     void PowerUp(bool withProgramRunning);
@@ -36,16 +36,16 @@ public:
     void StoreForApplication(std::size_t address, std::uint8_t byte);
 
     /// All pages, one after the other; the commands decide where a page begins.
-    Payload Contents() const { return bytes; }
+    ByteView Contents() const { return bytes; }
     /// False, and nothing changed, unless there is exactly one byte for each of the memory's.
-    bool Restore(Payload contents);
+    bool Restore(ByteView contents);
 
 private:
     struct Range;
     std::optional<std::size_t> PlaceOf(unsigned page, std::size_t offset, std::size_t length) const;
     bool IsStorage(const Range& range) const;
     Answer Read(const Range& range) const;
-    Answer Write(const Range& range, Payload data);
+    Answer Write(const Range& range, ByteView data);
 
     Model model;
     std::size_t writeLimit;  // bytes of the payload

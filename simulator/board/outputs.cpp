@@ -7,7 +7,7 @@ namespace {
 constexpr std::size_t kPatternBytes = 5;
 
 // The two highest bits of the last byte stand for no output and are dropped.
-OutputPattern PatternOf(Payload bytes) {
+OutputPattern PatternOf(ByteView bytes) {
     std::uint64_t bits = 0;
     for (std::size_t i = 0; i < kPatternBytes; ++i)
         bits |= std::uint64_t{bytes[i]} << (8 * i);
@@ -17,7 +17,7 @@ OutputPattern PatternOf(Payload bytes) {
 }  // namespace
 
 // An output in both masks ends up off.
-Answer BoardOutputs::Modify(Payload payload) {
+Answer BoardOutputs::Modify(ByteView payload) {
     const OutputPattern on = PatternOf(payload.first(kPatternBytes));
     const OutputPattern off = PatternOf(payload.subspan(kPatternBytes));
     onPeriod = (onPeriod | on) & ~off;
@@ -25,31 +25,31 @@ Answer BoardOutputs::Modify(Payload payload) {
     return {};
 }
 
-Answer BoardOutputs::SetOnPeriod(Payload payload) {
+Answer BoardOutputs::SetOnPeriod(ByteView payload) {
     onPeriod = PatternOf(payload);
     return {};
 }
 
-Answer BoardOutputs::SetOffPeriod(Payload payload) {
+Answer BoardOutputs::SetOffPeriod(ByteView payload) {
     offPeriod = PatternOf(payload);
     return {};
 }
 
-Answer BoardOutputs::SetBrightness(Payload payload) {
+Answer BoardOutputs::SetBrightness(ByteView payload) {
     if (payload[0] > kFullBrightness) return Refuse(status::kOutOfRange);
     brightness = payload[0];
     return {};
 }
 
-Answer BoardOutputs::PulseOn(Payload payload) {
+Answer BoardOutputs::PulseOn(ByteView payload) {
     return BeginPulse(payload, true);
 }
 
-Answer BoardOutputs::PulseOff(Payload payload) {
+Answer BoardOutputs::PulseOff(ByteView payload) {
     return BeginPulse(payload, false);
 }
 
-Answer BoardOutputs::BeginPulse(Payload payload, bool level) {
+Answer BoardOutputs::BeginPulse(ByteView payload, bool level) {
     const std::uint8_t value = payload[0];
     const std::uint8_t output = payload[1];
     if (output >= kPulsedOutputCount) return Refuse(status::kOutOfRange);
@@ -62,7 +62,7 @@ Answer BoardOutputs::BeginPulse(Payload payload, bool level) {
     return {};
 }
 
-Answer BoardOutputs::ReportPulse(Payload) {
+Answer BoardOutputs::ReportPulse(ByteView) {
     const auto result = [](PulseState state, std::uint8_t output, std::int64_t unitsLeft) {
         return Answer{
             status::kAccepted,

@@ -29,13 +29,13 @@ class BoardOutputs {
 public:
     explicit BoardOutputs(TimeSource boardTime) : time(std::move(boardTime)) {}
 
-    Answer Modify(Payload payload);
-    Answer SetOnPeriod(Payload payload);
-    Answer SetOffPeriod(Payload payload);
-    Answer SetBrightness(Payload payload);
-    Answer PulseOn(Payload payload);
-    Answer PulseOff(Payload payload);
-    Answer ReportPulse(Payload payload);
+    Answer Modify(ByteView payload);
+    Answer SetOnPeriod(ByteView payload);
+    Answer SetOffPeriod(ByteView payload);
+    Answer SetBrightness(ByteView payload);
+    Answer PulseOn(ByteView payload);
+    Answer PulseOff(ByteView payload);
+    Answer ReportPulse(ByteView payload);
 
     /// What one sees of an output now, pulses and driving included; kOff for numbers beyond the
     /// last.
@@ -60,7 +60,7 @@ private:
         Moment end = Moment::min();
         unsigned onCount = 0, offCount = 0;
     };
-    Answer BeginPulse(Payload payload, bool level);
+    Answer BeginPulse(ByteView payload, bool level);
 
     TimeSource time;
     OutputPattern onPeriod, offPeriod;

@@ -9,7 +9,7 @@ constexpr std::uint8_t kPulseSeen = 4;
 
 }  // namespace
 
-Answer BoardPulsedInputs::Configure(Payload payload, const BoardInputs& inputs) {
+Answer BoardPulsedInputs::Configure(ByteView payload, const BoardInputs& inputs) {
     const std::uint8_t number = payload[0];
     if (number >= kInputCount) return Refuse(status::kOutOfRange);
 
@@ -32,7 +32,7 @@ Answer BoardPulsedInputs::OnConfigured(std::uint8_t input, Act act) {
     return act(pulsedInputs[input]);
 }
 
-Answer BoardPulsedInputs::BeginOrEndCheck(Payload payload, const BoardInputs& inputs) {
+Answer BoardPulsedInputs::BeginOrEndCheck(ByteView payload, const BoardInputs& inputs) {
     if (payload[1] > 1) return Refuse(status::kOutOfRange);
     return OnConfigured(payload[0], [&](PulsedInput& input) -> Answer {
         if (payload[1] == 0) {
@@ -46,21 +46,21 @@ Answer BoardPulsedInputs::BeginOrEndCheck(Payload payload, const BoardInputs& in
     });
 }
 
-Answer BoardPulsedInputs::ResetCounter(Payload payload) {
+Answer BoardPulsedInputs::ResetCounter(ByteView payload) {
     return OnConfigured(payload[0], [](PulsedInput& input) -> Answer {
         input.counter = 0;
         return {};
     });
 }
 
-Answer BoardPulsedInputs::DecrementCounter(Payload payload) {
+Answer BoardPulsedInputs::DecrementCounter(ByteView payload) {
     return OnConfigured(payload[0], [](PulsedInput& input) -> Answer {
         if (input.counter > 0) --input.counter;
         return {};
     });
 }
 
-Answer BoardPulsedInputs::ReadCounter(Payload payload) {
+Answer BoardPulsedInputs::ReadCounter(ByteView payload) {
     return OnConfigured(payload[0], [](PulsedInput& input) -> Answer {
         return {status::kAccepted, {input.counter}};
     });

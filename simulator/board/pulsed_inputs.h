@@ -17,11 +17,11 @@ using InputStatus = std::array<std::uint8_t, 2>;
 
 class BoardPulsedInputs {
 public:
-    Answer Configure(Payload payload, const BoardInputs& inputs);
-    Answer BeginOrEndCheck(Payload payload, const BoardInputs& inputs);
-    Answer ResetCounter(Payload payload);
-    Answer DecrementCounter(Payload payload);
-    Answer ReadCounter(Payload payload);
+    Answer Configure(ByteView payload, const BoardInputs& inputs);
+    Answer BeginOrEndCheck(ByteView payload, const BoardInputs& inputs);
+    Answer ResetCounter(ByteView payload);
+    Answer DecrementCounter(ByteView payload);
+    Answer ReadCounter(ByteView payload);
 
     // Of inputs 0 to 32.
     /// Nothing before the input was configured.

@@ -13,18 +13,18 @@ RandomSource SeededRandom(unsigned seed) {
     };
 }
 
-Answer BoardRandom::Enable(Payload payload) {
+Answer BoardRandom::Enable(ByteView payload) {
     argument = LowFirst(payload);
     enabled = true;
     return {};
 }
 
-Answer BoardRandom::Disable(Payload) {
+Answer BoardRandom::Disable(ByteView) {
     enabled = false;
     return {};
 }
 
-Answer BoardRandom::Read(Payload) {
+Answer BoardRandom::Read(ByteView) {
     if (!enabled) return Refuse(status::kSwitchedOff);
     Answer answer;
     AppendLowFirst(answer.reply, source());

@@ -19,9 +19,9 @@ class BoardRandom {
 public:
     explicit BoardRandom(RandomSource randomSource) : source(std::move(randomSource)) {}
 
-    Answer Enable(Payload payload);
-    Answer Disable(Payload payload);
-    Answer Read(Payload payload);
+    Answer Enable(ByteView payload);
+    Answer Disable(ByteView payload);
+    Answer Read(ByteView payload);
 
     bool IsEnabled() const { return enabled; }
     /// Of the latest Enable; 0 before the first.

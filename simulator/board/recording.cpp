@@ -34,8 +34,8 @@ std::uint8_t SampleOf(const std::array<std::uint8_t, 4>& slots, const BoardInput
 
 }  // namespace
 
-Answer BoardRecording::Configure(Payload payload) {
-    const Payload slots = payload.first(4);
+Answer BoardRecording::Configure(ByteView payload) {
+    const ByteView slots = payload.first(4);
     const auto address = AddressOf(payload[4], HighFirst(payload.subspan(5, 2)));
     const std::size_t length = HighFirst(payload.subspan(7, 2));
     if (!std::ranges::all_of(slots, IsSlot) ||
@@ -48,7 +48,7 @@ Answer BoardRecording::Configure(Payload payload) {
     return {};
 }
 
-Answer BoardRecording::Start(Payload payload) {
+Answer BoardRecording::Start(ByteView payload) {
     const unsigned periodMs = HighFirst(payload);
     if (periodMs < kShortestPeriodMs || periodMs > kLongestPeriodMs) {
         return Refuse(status::kOutOfRange);
@@ -61,7 +61,7 @@ Answer BoardRecording::Start(Payload payload) {
     return {};
 }
 
-Answer BoardRecording::Report(Payload) {
+Answer BoardRecording::Report(ByteView) {
     const Recording recording = current.value_or(Recording{});
     const std::size_t room = recording.length - recording.samples;
     const auto byte = [](std::size_t number) { return static_cast<std::uint8_t>(number); };

@@ -29,9 +29,9 @@ struct Recording {
 
 class BoardRecording {
 public:
-    Answer Configure(Payload payload);
-    Answer Start(Payload payload);
-    Answer Report(Payload payload);
+    Answer Configure(ByteView payload);
+    Answer Start(ByteView payload);
+    Answer Report(ByteView payload);
 
     /// Nothing before one was configured.
     const std::optional<Recording>& Current() const { return current; }

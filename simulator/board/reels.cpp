@@ -23,7 +23,7 @@ std::optional<Spin> SpinOf(std::int8_t setting, unsigned value) {
     return Spin{.forward = setting > 0, .steps = ends ? std::optional(value) : std::nullopt};
 }
 
-int CheckRamp(Payload payload) {
+int CheckRamp(ByteView payload) {
     if (payload.size() != kRampHeader + payload[1]) return status::kMalformedPayload;
     return payload[0] < kReelCount ? status::kAccepted : status::kOutOfRange;
 }
@@ -108,7 +108,7 @@ void Reel::PowerDown() {
     position = kept;
 }
 
-Answer BoardReels::Configure(Payload payload) {
+Answer BoardReels::Configure(ByteView payload) {
     const std::size_t count = payload[0];
     if (count > kReelCount) return Refuse(status::kOutOfRange);
     for (std::size_t i = 0; i < count; ++i)
@@ -116,7 +116,7 @@ Answer BoardReels::Configure(Payload payload) {
     return {};
 }
 
-Answer BoardReels::BeginSpin(Payload payload) {
+Answer BoardReels::BeginSpin(ByteView payload) {
     const std::uint8_t number = payload[0];
     const auto setting = static_cast<std::int8_t>(payload[1]);
     if (number >= kReelCount || setting < -2 || setting > 2) return Refuse(status::kOutOfRange);
@@ -145,30 +145,30 @@ void BoardReels::BeginWaiting() {
     }
 }
 
-Answer BoardReels::SetRampUp(Payload payload) {
+Answer BoardReels::SetRampUp(ByteView payload) {
     if (const int refusal = CheckRamp(payload)) return Refuse(refusal);
     reels[payload[0]].SetRampUp(payload.subspan(kRampHeader));
     return {};
 }
 
-Answer BoardReels::SetRampDown(Payload payload) {
+Answer BoardReels::SetRampDown(ByteView payload) {
     if (const int refusal = CheckRamp(payload)) return Refuse(refusal);
     reels[payload[0]].SetRampDown(payload.subspan(kRampHeader));
     return {};
 }
 
-Answer BoardReels::SetDutyCycle(Payload payload) {
+Answer BoardReels::SetDutyCycle(ByteView payload) {
     std::ranges::copy(payload, dutyCycle.begin());
     return {};
 }
 
-Answer BoardReels::Synchronise(Payload payload) {
+Answer BoardReels::Synchronise(ByteView payload) {
     synchronised = payload[0] != 0;
     if (!synchronised) BeginWaiting();
     return {};
 }
 
-Answer BoardReels::Report(Payload) {
+Answer BoardReels::Report(ByteView) {
     Answer answer;
     const auto append = [&](unsigned word) {
         answer.reply.push_back(static_cast<std::uint8_t>(word >> 8));

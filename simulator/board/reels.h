@@ -25,8 +25,8 @@ struct Spin {
 class Reel {
 public:
     void Configure(unsigned stepsOfTurn, unsigned msOfStep);
-    void SetRampUp(Payload ms) { rampUp.assign(ms.begin(), ms.end()); }
-    void SetRampDown(Payload ms) { rampDown.assign(ms.begin(), ms.end()); }
+    void SetRampUp(ByteView ms) { rampUp.assign(ms.begin(), ms.end()); }
+    void SetRampDown(ByteView ms) { rampDown.assign(ms.begin(), ms.end()); }
     void Begin(Spin spin);
     void Stop();
     /// The hand of somebody; the position is below Steps().
@@ -63,13 +63,13 @@ private:
 
 class BoardReels {
 public:
-    Answer Configure(Payload payload);
-    Answer BeginSpin(Payload payload);
-    Answer SetRampUp(Payload payload);
-    Answer SetRampDown(Payload payload);
-    Answer SetDutyCycle(Payload payload);
-    Answer Synchronise(Payload payload);
-    Answer Report(Payload payload);
+    Answer Configure(ByteView payload);
+    Answer BeginSpin(ByteView payload);
+    Answer SetRampUp(ByteView payload);
+    Answer SetRampDown(ByteView payload);
+    Answer SetDutyCycle(ByteView payload);
+    Answer Synchronise(ByteView payload);
+    Answer Report(ByteView payload);
 
     // Of reels 0 to 2.
     const Reel& At(unsigned reel) const { return reels[reel]; }

@@ -63,7 +63,7 @@ bool BoardReleases::IsTaken(std::uint8_t input, std::uint8_t output) const {
     });
 }
 
-Answer BoardReleases::Begin(Payload payload, const BoardInputs& inputs, BoardOutputs& outputs) {
+Answer BoardReleases::Begin(ByteView payload, const BoardInputs& inputs, BoardOutputs& outputs) {
     const std::uint8_t input = payload[0];
     const std::uint8_t output = payload[3];
     if (input >= kInputCount || output >= kOutputCount) return Refuse(status::kOutOfRange);
@@ -86,7 +86,7 @@ Answer BoardReleases::Begin(Payload payload, const BoardInputs& inputs, BoardOut
     return {};
 }
 
-Answer BoardReleases::Stop(Payload payload, BoardOutputs& outputs) {
+Answer BoardReleases::Stop(ByteView payload, BoardOutputs& outputs) {
     const std::uint8_t input = payload[0];
     if (input >= kInputCount) return Refuse(status::kOutOfRange);
     if (IsPaying(releases[input])) End(*releases[input], ReleaseStatus::kIdle, outputs);

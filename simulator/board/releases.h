@@ -28,8 +28,8 @@ struct Release {
 
 class BoardReleases {
 public:
-    Answer Begin(Payload payload, const BoardInputs& inputs, BoardOutputs& outputs);
-    Answer Stop(Payload payload, BoardOutputs& outputs);
+    Answer Begin(ByteView payload, const BoardInputs& inputs, BoardOutputs& outputs);
+    Answer Stop(ByteView payload, BoardOutputs& outputs);
 
     // Of inputs 0 to 32.
     /// The latest one on the input since power-up, if there was any.

@@ -16,21 +16,21 @@ std::size_t BytesFor(unsigned bits) {
     return (bits + 7) / 8;
 }
 
-std::uint8_t SumOf(Payload bytes) {
+std::uint8_t SumOf(ByteView bytes) {
     return static_cast<std::uint8_t>(std::accumulate(bytes.begin(), bytes.end(), 0u));
 }
 
-bool IsShapedAsFrame(Payload bytes) {
+bool IsShapedAsFrame(ByteView bytes) {
     return bytes.size() >= kFrameOverhead && bytes[2] == bytes.size() - kFrameOverhead;
 }
 
-bool HasRightChecksum(Payload frame) {
+bool HasRightChecksum(ByteView frame) {
     return frame.back() == SumOf(frame.first(frame.size() - 1));
 }
 
-std::vector<std::uint8_t> AnswerFrame(Payload frame, std::size_t replySize) {
+std::vector<std::uint8_t> AnswerFrame(ByteView frame, std::size_t replySize) {
     const std::size_t count = std::max(replySize, kFrameOverhead) - kFrameOverhead;
-    const Payload data = frame.subspan(kFrameHeader, frame.size() - kFrameOverhead);
+    const ByteView data = frame.subspan(kFrameHeader, frame.size() - kFrameOverhead);
 
     std::vector<std::uint8_t> answer(kFrameHeader + count);
     answer[0] = frame[1];
@@ -43,20 +43,20 @@ std::vector<std::uint8_t> AnswerFrame(Payload frame, std::size_t replySize) {
 
 }  // namespace
 
-Answer BoardSpi::Enable(Payload) {
+Answer BoardSpi::Enable(ByteView) {
     enabled = true;
     return {};
 }
 
-Answer BoardSpi::Disable(Payload) {
+Answer BoardSpi::Disable(ByteView) {
     enabled = false;
     return {};
 }
 
-Answer BoardSpi::Send(Payload payload) {
+Answer BoardSpi::Send(ByteView payload) {
     const unsigned sendBits = payload[0];
     const unsigned receiveBits = payload[1];
-    const Payload sent = payload.subspan(kSpiHeader);
+    const ByteView sent = payload.subspan(kSpiHeader);
     if (sendBits == 0 || sendBits > kSpiBitLimit || receiveBits > kSpiBitLimit) {
         return Refuse(status::kOutOfRange);
     }
@@ -70,7 +70,7 @@ Answer BoardSpi::Send(Payload payload) {
     return answer;
 }
 
-std::vector<std::uint8_t> BoardSpi::ReplyOfDevice(Payload sent, std::size_t replySize) {
+std::vector<std::uint8_t> BoardSpi::ReplyOfDevice(ByteView sent, std::size_t replySize) {
     const bool isFrame = IsShapedAsFrame(sent);
     const bool isRight = isFrame && HasRightChecksum(sent);
     if (isFrame) ++(isRight ? rightFrames : wrongFrames);

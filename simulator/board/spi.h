@@ -15,9 +15,9 @@ constexpr unsigned kSpiBitLimit = 8 * kSpiLimit;
 
 class BoardSpi {
 public:
-    Answer Enable(Payload payload);
-    Answer Disable(Payload payload);
-    Answer Send(Payload payload);
+    Answer Enable(ByteView payload);
+    Answer Disable(ByteView payload);
+    Answer Send(ByteView payload);
 
     /// The device answers one transfer with this, after those queued before. It stays queued when
     /// the board is unplugged.
@@ -35,7 +35,7 @@ public:
     void PowerUp();
 
 private:
-    std::vector<std::uint8_t> ReplyOfDevice(Payload sent, std::size_t replySize);
+    std::vector<std::uint8_t> ReplyOfDevice(ByteView sent, std::size_t replySize);
 
     bool enabled = false;
     std::uint8_t control = 0;

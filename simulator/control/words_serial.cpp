@@ -72,7 +72,7 @@ std::string TextOf(const SerialWords& words, bool hasNineBits) {
         const std::uint8_t bytes[] = {static_cast<std::uint8_t>(word >> 8),
                                       static_cast<std::uint8_t>(word)};
         if (hasNineBits && !text.empty()) text += ' ';
-        text += Hex(hasNineBits ? Payload(bytes) : Payload(bytes).last(1));
+        text += Hex(hasNineBits ? ByteView(bytes) : ByteView(bytes).last(1));
     }
     return text.empty() ? "-" : text;
 }

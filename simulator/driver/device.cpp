@@ -12,7 +12,7 @@ constexpr Fault kNoFault{Fault::Kind::kDelay, 0};
 
 }  // namespace
 
-Outcome Device::Exchange(std::uint8_t command, std::uint32_t channel, Payload payload) {
+Outcome Device::Exchange(std::uint8_t command, std::uint32_t channel, ByteView payload) {
     if (!plugged) return {.error = ENODEV, .answer = {}};
     if (payload.size() > kPayloadLimit) return {.error = EINVAL, .answer = {}};
 
@@ -21,11 +21,11 @@ Outcome Device::Exchange(std::uint8_t command, std::uint32_t channel, Payload pa
     return outcome;
 }
 
-void Device::NoteRefusal(std::uint8_t command, std::uint32_t channel, Payload payload, int error) {
+void Device::NoteRefusal(std::uint8_t command, std::uint32_t channel, ByteView payload, int error) {
     Note({channel, command, {payload.begin(), payload.end()}, error, {}});
 }
 
-Outcome Device::Perform(std::uint8_t command, std::uint32_t channel, Payload payload) {
+Outcome Device::Perform(std::uint8_t command, std::uint32_t channel, ByteView payload) {
     Outcome outcome{.answer = {}, .echo = command};
     const Fault fault = TakeFault();
     switch (fault.kind) {

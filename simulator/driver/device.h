@@ -50,10 +50,10 @@ public:
     Device(int deviceNumber, BoardOptions options)
         : board(std::move(options)), number(deviceNumber) {}
 
-    Outcome Exchange(std::uint8_t command, std::uint32_t channel, Payload payload);
+    Outcome Exchange(std::uint8_t command, std::uint32_t channel, ByteView payload);
 
     /// Of a record that the driver refuses, with an error number; the board hears nothing of it.
-    void NoteRefusal(std::uint8_t command, std::uint32_t channel, Payload payload, int error);
+    void NoteRefusal(std::uint8_t command, std::uint32_t channel, ByteView payload, int error);
 
     void Unplug();
     void Plug();
@@ -81,7 +81,7 @@ private:
         unsigned left;
     };
     Fault TakeFault();
-    Outcome Perform(std::uint8_t command, std::uint32_t channel, Payload payload);
+    Outcome Perform(std::uint8_t command, std::uint32_t channel, ByteView payload);
     void Note(LogEntry entry);
 
     int number;

@@ -23,34 +23,34 @@ Data Text(std::string_view text) {
     return {text.begin(), text.end()};
 }
 
-Data Acknowledge(State&, Payload) {
+Data Acknowledge(State&, ByteView) {
     return {};
 }
 
-Data Reset(State& state, Payload) {
+Data Reset(State& state, ByteView) {
     state = {};
     return {};
 }
 
-Data SetMask(State& state, Payload data) {
+Data SetMask(State& state, ByteView data) {
     state.mask = static_cast<std::uint16_t>(data[0] | data[1] << 8);
     return {};
 }
 
-Data TellMask(State& state, Payload) {
+Data TellMask(State& state, ByteView) {
     return {static_cast<std::uint8_t>(state.mask), static_cast<std::uint8_t>(state.mask >> 8)};
 }
 
-Data SetMaster(State& state, Payload data) {
+Data SetMaster(State& state, ByteView data) {
     state.master = data[0];
     return {};
 }
 
-Data TellMaster(State& state, Payload) {
+Data TellMaster(State& state, ByteView) {
     return {state.master};
 }
 
-Data TellEvents(State& state, Payload) {
+Data TellEvents(State& state, ByteView) {
     Data answer{state.eventCounter};
     for (const std::uint8_t coin : state.lastCoins) {
         answer.push_back(coin);
@@ -62,16 +62,16 @@ Data TellEvents(State& state, Payload) {
 struct Request {
     std::uint8_t header;
     std::size_t dataCount;  // functions may rely on it
-    Data (*answer)(State&, Payload);
+    Data (*answer)(State&, ByteView);
 };
 
 // clang-format off
 constexpr Request kRequests[] = {
     {254, 0, Acknowledge},
-    {246, 0, [](State&, Payload) { return Text("SIM"); }},
-    {245, 0, [](State&, Payload) { return Text("Coin Acceptor"); }},
-    {244, 0, [](State&, Payload) { return Text("MARVANE-SIM"); }},
-    {242, 0, [](State&, Payload) { return Data{0x40, 0xE2, 0x01}; }},  // 123456
+    {246, 0, [](State&, ByteView) { return Text("SIM"); }},
+    {245, 0, [](State&, ByteView) { return Text("Coin Acceptor"); }},
+    {244, 0, [](State&, ByteView) { return Text("MARVANE-SIM"); }},
+    {242, 0, [](State&, ByteView) { return Data{0x40, 0xE2, 0x01}; }},  // 123456
     {231, 2, SetMask},
     {230, 0, TellMask},
     {229, 0, TellEvents},
@@ -81,7 +81,7 @@ constexpr Request kRequests[] = {
 };
 // clang-format on
 
-std::uint8_t SumOf(Payload bytes) {
+std::uint8_t SumOf(ByteView bytes) {
     return static_cast<std::uint8_t>(std::accumulate(bytes.begin(), bytes.end(), 0u));
 }
 
@@ -112,7 +112,7 @@ SerialWords CctalkAcceptor::AnswerTo(const SerialFrame& frame) {
         return {};
     }
     const std::uint8_t destination = frame[0], source = frame[2], header = frame[3];
-    const Payload data = Payload(frame).subspan(kDataOffset, frame[1]);
+    const ByteView data = ByteView(frame).subspan(kDataOffset, frame[1]);
     if (destination != kAddress && destination != kEverybody) return {};
     const auto request = std::ranges::find(kRequests, header, &Request::header);
     if (request == std::end(kRequests) || data.size() != request->dataCount) return {};

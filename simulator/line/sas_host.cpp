@@ -15,7 +15,7 @@ constexpr std::size_t kLongestAnswer = 256;
 
 }  // namespace
 
-bool SasHost::SendLongPoll(Payload bytes) {
+bool SasHost::SendLongPoll(ByteView bytes) {
     if (longPolls.size() >= kMostSasPolls) return false;
     longPolls.emplace_back(bytes.begin(), bytes.end());
     return true;

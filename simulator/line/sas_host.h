@@ -25,7 +25,7 @@ public:
         sincePoll = {};
     }
     /// Command and data, which go out when no answer is awaited. False when too many wait.
-    bool SendLongPoll(Payload bytes);
+    bool SendLongPoll(ByteView bytes);
 
     SerialWords Hear(std::span<const SerialWord> words);
     SerialWords Tick();

@@ -23,16 +23,16 @@ constexpr std::size_t kTimeoutHeader = 2;
 
 // The byte at the offset counts those beside the extra ones; of a message that ends before it, the
 // record does not hold that byte.
-bool TellsItsLength(Payload message, std::size_t lengthOffset, std::size_t lengthExtra) {
+bool TellsItsLength(ByteView message, std::size_t lengthOffset, std::size_t lengthExtra) {
     if (message.size() < lengthExtra) return false;
     return message.size() <= lengthOffset || message[lengthOffset] + lengthExtra == message.size();
 }
 
-SerialWords WordsOf(Payload bytes) {
+SerialWords WordsOf(ByteView bytes) {
     return {bytes.begin(), bytes.end()};
 }
 
-PollSettings SettingsFrom(Payload payload) {
+PollSettings SettingsFrom(ByteView payload) {
     const milliseconds period = std::max<int>(payload[6], 1) * kPollUnit;
     const std::size_t firstSize = payload[11];
     return {
@@ -59,7 +59,7 @@ void BoardPolls::CancelExchange(std::size_t slot) {
     if (owesSecond == slot) owesSecond.reset();
 }
 
-Answer BoardPolls::SetTimeoutMessage(Payload payload) {
+Answer BoardPolls::SetTimeoutMessage(ByteView payload) {
     const std::size_t count = payload[1];
     if (count > kTimeoutMessageLimit) return Refuse(status::kOutOfRange);
     if (payload.size() != kTimeoutHeader + count) return Refuse(status::kMalformedPayload);
@@ -69,7 +69,7 @@ Answer BoardPolls::SetTimeoutMessage(Payload payload) {
     return {};
 }
 
-Answer BoardPolls::Configure(Payload payload) {
+Answer BoardPolls::Configure(ByteView payload) {
     const std::uint8_t index = payload[0], mode = payload[1], option = payload[2];
     const std::size_t lengthOffset = payload[4], lengthExtra = payload[5];
     const std::size_t firstSize = payload[11], secondSize = payload[12];
@@ -78,7 +78,7 @@ Answer BoardPolls::Configure(Payload payload) {
         lengthOffset >= kPollMessageLimit || std::max(firstSize, secondSize) > kPollMessageLimit) {
         return Refuse(status::kOutOfRange);
     }
-    const Payload messages = payload.subspan(kPollHeader);
+    const ByteView messages = payload.subspan(kPollHeader);
     if (messages.size() != firstSize + secondSize ||
         !TellsItsLength(messages.first(firstSize), lengthOffset, lengthExtra) ||
         !TellsItsLength(messages.last(secondSize), lengthOffset, lengthExtra)) {
@@ -92,14 +92,14 @@ Answer BoardPolls::Configure(Payload payload) {
     return {};
 }
 
-Answer BoardPolls::Empty(Payload payload) {
+Answer BoardPolls::Empty(ByteView payload) {
     PollSlot* slot = SlotOf(payload[0]);
     if (slot == nullptr) return Refuse(status::kOutOfRange);
     slot->inbox.Clear();
     return {};
 }
 
-Answer BoardPolls::Read(Payload payload) {
+Answer BoardPolls::Read(ByteView payload) {
     PollSlot* slot = SlotOf(payload[0]);
     if (slot == nullptr) return Refuse(status::kOutOfRange);
 
@@ -113,7 +113,7 @@ Answer BoardPolls::Read(Payload payload) {
                              slot->lacksReply ? poll_status::kNoReply : poll_status::kNoMessage)};
 }
 
-Answer BoardPolls::Delete(Payload payload) {
+Answer BoardPolls::Delete(ByteView payload) {
     PollSlot* slot = SlotOf(payload[0]);
     if (slot == nullptr) return Refuse(status::kOutOfRange);
     CancelExchange(payload[0]);
@@ -121,7 +121,7 @@ Answer BoardPolls::Delete(Payload payload) {
     return {};
 }
 
-Answer BoardPolls::SetHostTimeout(Payload payload) {
+Answer BoardPolls::SetHostTimeout(ByteView payload) {
     PollSlot* slot = SlotOf(payload[0]);
     if (slot == nullptr) return Refuse(status::kOutOfRange);
     slot->hostTimeout = payload[1] * kHostTimeoutUnit;

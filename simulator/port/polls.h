@@ -31,12 +31,12 @@ public:
     /// The most bytes that a reply of the board holds, at least 3.
     explicit BoardPolls(std::size_t bytesPerReply) : replyLimit(bytesPerReply) {}
 
-    Answer SetTimeoutMessage(Payload payload);
-    Answer Configure(Payload payload);
-    Answer Empty(Payload payload);
-    Answer Read(Payload payload);
-    Answer Delete(Payload payload);
-    Answer SetHostTimeout(Payload payload);
+    Answer SetTimeoutMessage(ByteView payload);
+    Answer Configure(ByteView payload);
+    Answer Empty(ByteView payload);
+    Answer Read(ByteView payload);
+    Answer Delete(ByteView payload);
+    Answer SetHostTimeout(ByteView payload);
 
     /// Any command came for the port.
     void OnCommand();

@@ -16,20 +16,20 @@ constexpr std::uint8_t kPollForOthers = 4;
 
 }  // namespace
 
-Answer BoardSas::SetAddress(Payload payload) {
+Answer BoardSas::SetAddress(ByteView payload) {
     if (payload[0] > kHighestSasAddress) return Refuse(status::kOutOfRange);
     address = payload[0];
     return {};
 }
 
-Answer BoardSas::SetAutoReply(Payload payload) {
+Answer BoardSas::SetAutoReply(ByteView payload) {
     if (payload[0] > kHighestMode) return Refuse(status::kOutOfRange);
     mode = payload[0];
     value = payload[1];
     return {};
 }
 
-Answer BoardSas::ReportStatus(Payload) {
+Answer BoardSas::ReportStatus(ByteView) {
     return {status::kAccepted, {std::exchange(status, std::uint8_t{0})}};
 }
 

@@ -13,9 +13,9 @@ namespace simulator {
 
 class BoardSas {
 public:
-    Answer SetAddress(Payload payload);
-    Answer SetAutoReply(Payload payload);
-    Answer ReportStatus(Payload payload);
+    Answer SetAddress(ByteView payload);
+    Answer SetAutoReply(ByteView payload);
+    Answer ReportStatus(ByteView payload);
 
     /// Of a word from the line: whether it is not for the receive queue, and what goes back.
     struct Heard {

@@ -44,7 +44,7 @@ BoardSerialPort::BoardSerialPort(std::size_t portNumber, Model model, int speedM
       line(serialLine),
       device(DeviceFor(serialLine)) {}
 
-Answer BoardSerialPort::Configure(Payload payload) {
+Answer BoardSerialPort::Configure(ByteView payload) {
     const std::uint8_t type = payload[0];
     if (type > kHighestType || !IsParity(payload[1], type) || payload[2] > kHighestFlagBits2And3 ||
         payload[3] > 1 ||
@@ -60,14 +60,14 @@ bool BoardSerialPort::HasNineBits() const {
     return setting && setting->type == kNineBitType;
 }
 
-Answer BoardSerialPort::Send(Payload payload) {
+Answer BoardSerialPort::Send(ByteView payload) {
     if (payload.size() > sendLimit) return Refuse(status::kTooLong);
     if (payload.size() % WordSize() != 0) return Refuse(status::kMalformedPayload);
     PutOnLine(WordsIn(payload));
     return {};
 }
 
-SerialWords BoardSerialPort::WordsIn(Payload bytes) const {
+SerialWords BoardSerialPort::WordsIn(ByteView bytes) const {
     if (!HasNineBits()) return {bytes.begin(), bytes.end()};
     SerialWords words;
     for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
@@ -80,14 +80,14 @@ void BoardSerialPort::AppendWord(std::vector<std::uint8_t>& bytes, SerialWord wo
     bytes.push_back(static_cast<std::uint8_t>(word));
 }
 
-Answer BoardSerialPort::Receive(Payload) {
+Answer BoardSerialPort::Receive(ByteView) {
     Answer answer;
     for (const Received& entry : received.Take(replyLimit / WordSize()))
         AppendWord(answer.reply, entry.word);
     return answer;
 }
 
-Answer BoardSerialPort::ReceiveWithTimestamps(Payload) {
+Answer BoardSerialPort::ReceiveWithTimestamps(ByteView) {
     Answer answer;
     const std::size_t count = std::min(replyLimit, kRecordLimit) / (WordSize() + 1);
     for (const Received& entry : received.Take(count)) {
@@ -98,7 +98,7 @@ Answer BoardSerialPort::ReceiveWithTimestamps(Payload) {
     return answer;
 }
 
-Answer BoardSerialPort::ReportParityErrors(Payload) {
+Answer BoardSerialPort::ReportParityErrors(ByteView) {
     return {
         status::kAccepted,
         {static_cast<std::uint8_t>(parityErrors >> 8), static_cast<std::uint8_t>(parityErrors)}};

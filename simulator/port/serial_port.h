@@ -25,12 +25,12 @@ class BoardSerialPort {
 public:
     BoardSerialPort(std::size_t portNumber, Model model, int speedMbit, SerialLine serialLine);
 
-    Answer Configure(Payload payload);
+    Answer Configure(ByteView payload);
     // The others are for a port that is configured.
-    Answer Send(Payload payload);
-    Answer Receive(Payload payload);
-    Answer ReportParityErrors(Payload payload);
-    Answer ReceiveWithTimestamps(Payload payload);
+    Answer Send(ByteView payload);
+    Answer Receive(ByteView payload);
+    Answer ReportParityErrors(ByteView payload);
+    Answer ReceiveWithTimestamps(ByteView payload);
 
     // What the board does on the line by itself; for a port that is configured.
     BoardPolls polls;
@@ -78,7 +78,7 @@ private:
     void PutOnLine(SerialWords words);
     SerialWords Hear(std::span<const SerialWord> words);
     std::size_t WordSize() const { return HasNineBits() ? 2 : 1; }
-    SerialWords WordsIn(Payload bytes) const;
+    SerialWords WordsIn(ByteView bytes) const;
     void AppendWord(std::vector<std::uint8_t>& bytes, SerialWord word) const;
 
     std::size_t number;

@@ -16,7 +16,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 // A column is never empty, so that lines split at blanks.
-std::string HexColumn(Payload bytes) {
+std::string HexColumn(ByteView bytes) {
     return bytes.empty() ? "-" : Hex(bytes);
 }
 

@@ -29,18 +29,18 @@ constexpr std::array<std::uint32_t, 256> kCrcTable = [] {
     return table;
 }();
 
-std::uint32_t CrcOf(Payload bytes) {
+std::uint32_t CrcOf(ByteView bytes) {
     std::uint32_t crc = 0xFFFFFFFF;
     for (const std::uint8_t byte : bytes)
         crc = crc >> 8 ^ kCrcTable[(crc ^ byte) & 0xFF];
     return ~crc;
 }
 
-void AppendBytes(Bytes& bytes, Payload more) {
+void AppendBytes(Bytes& bytes, ByteView more) {
     bytes.insert(bytes.end(), more.begin(), more.end());
 }
 
-void AppendWithLength(Bytes& bytes, Payload more) {
+void AppendWithLength(Bytes& bytes, ByteView more) {
     AppendLowFirst(bytes, static_cast<std::uint32_t>(more.size()));
     AppendBytes(bytes, more);
 }
@@ -72,16 +72,16 @@ void Append(Bytes& bytes, const ClockContents& clock) {
 // so that a caller need ask only at the end.
 class Reader {
 public:
-    explicit Reader(Payload bytes) : rest(bytes) {}
+    explicit Reader(ByteView bytes) : rest(bytes) {}
 
     bool HasReadAll() const { return sound && rest.empty(); }
 
-    Payload Take(std::size_t count) {
+    ByteView Take(std::size_t count) {
         if (count > rest.size()) {
             Fail();
             return {};
         }
-        const Payload taken = rest.first(count);
+        const ByteView taken = rest.first(count);
         rest = rest.subspan(count);
         return taken;
     }
@@ -100,7 +100,7 @@ public:
     }
 
     Bytes TakeWithLength() {
-        const Payload taken = Take(TakeNumber<std::uint32_t>());
+        const ByteView taken = Take(TakeNumber<std::uint32_t>());
         return {taken.begin(), taken.end()};
     }
 
@@ -110,7 +110,7 @@ public:
     }
 
 private:
-    Payload rest;
+    ByteView rest;
     bool sound = true;
 };
 
@@ -181,9 +181,9 @@ Bytes AsBytes(const BoardContents& contents) {
     return bytes;
 }
 
-std::optional<BoardContents> ContentsIn(Payload bytes) {
+std::optional<BoardContents> ContentsIn(ByteView bytes) {
     if (bytes.size() < kCrcSize) return std::nullopt;
-    const Payload covered = bytes.first(bytes.size() - kCrcSize);
+    const ByteView covered = bytes.first(bytes.size() - kCrcSize);
     if (LowFirst(bytes.last(kCrcSize)) != CrcOf(covered)) return std::nullopt;
 
     Reader reader(covered);

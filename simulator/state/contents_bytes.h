@@ -16,7 +16,7 @@ namespace simulator {
 std::vector<std::uint8_t> AsBytes(const BoardContents& contents);
 
 /// Nothing unless bytes are, from the first to the last, what AsBytes of this version wrote.
-std::optional<BoardContents> ContentsIn(Payload bytes);
+std::optional<BoardContents> ContentsIn(ByteView bytes);
 
 }  // namespace simulator
 

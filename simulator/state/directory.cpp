@@ -59,7 +59,7 @@ public:
         return false;
     }
 
-    bool WriteAll(Payload bytes) const {
+    bool WriteAll(ByteView bytes) const {
         while (!bytes.empty()) {
             const ssize_t count = write(Number(), bytes.data(), bytes.size());
             if (count < 0 && errno == EINTR) continue;

@@ -1,4 +1,4 @@
-// What every family of the board model shares: payloads, answers and status values.
+// What every family of the board model shares: views of bytes, answers and status values.
 #ifndef MARVANE_SIMULATOR_TERMS_ANSWER_H
 #define MARVANE_SIMULATOR_TERMS_ANSWER_H
 
@@ -11,7 +11,8 @@
 
 namespace simulator {
 
-using Payload = std::span<const std::uint8_t>;
+/// Bytes that somebody else owns.
+using ByteView = std::span<const std::uint8_t>;
 
 /// How a simulated board refuses, and why: docs/simulator.md, "Refusals". The values fit a signed
 /// byte and are none of the library's error codes, so that a test that reads one knows where it

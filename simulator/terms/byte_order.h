@@ -7,7 +7,7 @@
 namespace simulator {
 
 /// Of at most four bytes.
-constexpr std::uint32_t LowFirst(Payload bytes) {
+constexpr std::uint32_t LowFirst(ByteView bytes) {
     std::uint32_t value = 0;
     for (std::size_t i = 0; i < bytes.size(); ++i)
         value |= std::uint32_t{bytes[i]} << (8 * i);
@@ -15,7 +15,7 @@ constexpr std::uint32_t LowFirst(Payload bytes) {
 }
 
 /// Of at most four bytes.
-constexpr std::uint32_t HighFirst(Payload bytes) {
+constexpr std::uint32_t HighFirst(ByteView bytes) {
     std::uint32_t value = 0;
     for (const std::uint8_t byte : bytes)
         value = value << 8 | byte;

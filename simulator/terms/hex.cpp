@@ -10,7 +10,7 @@ constexpr int kBase = 16;
 
 }  // namespace
 
-std::string Hex(Payload bytes) {
+std::string Hex(ByteView bytes) {
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
     for (const std::uint8_t byte : bytes) {

@@ -10,7 +10,7 @@
 
 namespace simulator {
 
-std::string Hex(Payload bytes);
+std::string Hex(ByteView bytes);
 
 /// Nothing unless the text is pairs of digits, small or capital.
 std::optional<std::vector<std::uint8_t>> FromHex(std::string_view text);

@@ -101,7 +101,7 @@ TEST_F(BoardEepromTest, WrongAddressingGetsNoAnswer) {
 }
 
 TEST_F(BoardTest, RecordingsPassOverTheProgramsPages) {
-    const Payload program = board.memory.Bytes(13, 0, 16384);
+    const ByteView program = board.memory.Bytes(13, 0, 16384);
     Talk({{0, 1, 125, {5, 255, 23, 0, 12, 0x3F, 0xFE, 0, 4}}, {9, 1, 127, {}, {0, 0, 0, 0, 4}}});
     Talk({{0, 1, 126, {0x01, 0x2C}}});
     for (const Bytes& on : {Bytes{0, 5}, {23}, {5, 23}, {1, 2, 3}}) {
