@@ -8,13 +8,13 @@
 #include <vector>
 
 #include "control/word_list.h"
-#include "driver/driver_stand_in.h"
+#include "driver/bus.h"
 
 namespace simulator {
 
 /// What a word works on.
 struct Target {
-    DriverStandIn& driver;
+    Bus& bus;
     Device& device;
 };
 

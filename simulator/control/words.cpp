@@ -25,39 +25,39 @@ const ControlWord& WordNamed(const std::string& name) {
     throw UsageError("there is no word '" + name + "'");
 }
 
-std::string List(DriverStandIn& driver) {
-    const auto access = driver.Devices();
+std::string List(Bus& bus) {
+    const auto access = bus.Devices();
     std::string lines;
     for (const auto& [number, device] : access.devices)
         lines += SummaryLine(device);
     return lines;
 }
 
-std::string PerformOnBoard(WordList words, DriverStandIn& driver) {
+std::string PerformOnBoard(WordList words, Bus& bus) {
     const int number = words.Number("the board", 0, kDeviceCount - 1);
     const std::string name = words.Word("the word after the board");
     const ControlWord& word = WordNamed(name);
 
-    const auto access = driver.Devices();
+    const auto access = bus.Devices();
     const auto device = access.devices.find(number);
     if (device == access.devices.end()) {
         throw Refusal("there is no board " + std::to_string(number));
     }
     device->second.board.Advance();
-    return word.perform({driver, device->second}, words);
+    return word.perform({bus, device->second}, words);
 }
 
-std::string PerformLine(WordList words, DriverStandIn& driver) {
-    if (!words.Take("list")) return PerformOnBoard(words, driver);
+std::string PerformLine(WordList words, Bus& bus) {
+    if (!words.Take("list")) return PerformOnBoard(words, bus);
     words.End();
-    return List(driver);
+    return List(bus);
 }
 
 }  // namespace
 
-ControlAnswer Perform(const std::vector<std::string>& words, DriverStandIn& driver) {
+ControlAnswer Perform(const std::vector<std::string>& words, Bus& bus) {
     try {
-        return {kDone, PerformLine(WordList(words), driver)};
+        return {kDone, PerformLine(WordList(words), bus)};
     } catch (const UsageError& error) {
         return {kWrongUsage, std::string(error.what()) + "\n"};
     } catch (const std::exception& error) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/driver_stand_in.h"
+#include "driver/bus.h"
 
 namespace simulator {
 
@@ -18,7 +18,7 @@ struct ControlAnswer {
 };
 
 /// Carries out one line of words.
-ControlAnswer Perform(const std::vector<std::string>& words, DriverStandIn& driver);
+ControlAnswer Perform(const std::vector<std::string>& words, Bus& bus);
 
 /// What Perform understands, for people.
 std::string HelpOnWords();

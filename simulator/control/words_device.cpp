@@ -16,14 +16,14 @@ constexpr int kHighestErrorNumber = 133;
 std::string Unplug(Target target, WordList words) {
     words.End();
     if (!target.device.IsPlugged()) throw Refusal("the board is unplugged already");
-    target.driver.Unplug(target.device);
+    target.bus.Unplug(target.device);
     return {};
 }
 
 std::string Plug(Target target, WordList words) {
     words.End();
     if (target.device.IsPlugged()) throw Refusal("the board is plugged in already");
-    target.driver.Plug(target.device);
+    target.bus.Plug(target.device);
     return {};
 }
 

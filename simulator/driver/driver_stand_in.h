@@ -6,10 +6,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <string>
-#include <utility>
 
-#include "driver/device.h"
+#include "driver/bus.h"
 
 namespace simulator {
 
@@ -18,7 +16,7 @@ class Testbed;
 
 /// The process must run behind umockdev's preload library. Ioctl requests are served on a thread
 /// of the testbed's own.
-class DriverStandIn {
+class DriverStandIn : public Bus {
 public:
     /// Throws std::runtime_error where the testbed cannot be set up.
     explicit DriverStandIn(const std::map<int, BoardOptions>& boards);
@@ -26,16 +24,9 @@ public:
     DriverStandIn(const DriverStandIn&) = delete;
     DriverStandIn& operator=(const DriverStandIn&) = delete;
 
-    /// All devices, by number, for as long as the caller keeps the lock.
-    struct Access {
-        std::unique_lock<std::mutex> lock;
-        std::map<int, Device>& devices;
-    };
-    Access Devices() { return {std::unique_lock(mutex), devices}; }
-
-    /// Call them with the access held that the device came from.
-    void Unplug(Device& device);
-    void Plug(Device& device);
+    Access Devices() override { return {std::unique_lock(mutex), devices}; }
+    void Unplug(Device& device) override;
+    void Plug(Device& device) override;
 
     /// Where the device nodes, the sysfs tree and their sockets lie; removed in the end.
     std::filesystem::path Folder() const;
