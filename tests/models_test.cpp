@@ -28,7 +28,7 @@ void ExpectNoDownload() {
     driver.AnswerWith([](const Exchange&) { return DriverAnswer{}; });
     driver.SetNode(0, true);
     char name[] = "";
-    Board board(nullptr, *driver.Open("/dev/Kovar_0", O_RDWR), name, 2, 0);
+    Board board(nullptr, open("/dev/Kovar_0", O_RDWR), name, 2, 0);
     EXPECT_EQ(board.DownloadHiCode(), 0);
     EXPECT_EQ(driver.Sent(), Exchanges());
 }

@@ -165,6 +165,7 @@ const std::string& led_key_files::Folder() {
 }
 
 const char* led_key_files::Lead(const char* path) {
+    if (path == nullptr) return path;
     const std::string_view asked = path;
     if (!asked.starts_with(kTmp)) return path;
     for (std::size_t file = 0; file < std::size(kKeyFiles); ++file) {
@@ -187,6 +188,7 @@ void led_key_files::WithholdKeys() {
     withheld = true;
 }
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 key_t ftok(const char* path, int project) noexcept {
@@ -211,3 +213,4 @@ int stat64(const char* path, struct stat64* file) noexcept {
 }
 
 }  // extern "C"
+#pragma GCC visibility pop

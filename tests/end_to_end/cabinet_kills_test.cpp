@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <optional>
 
+#include "board/board.h"
 #include "board_test.h"
 #include "cabinet/machine.h"
 

@@ -23,6 +23,7 @@
 #include "loaded_library.h"
 #include "outside_view.h"
 #include "system_calls.h"
+#include "testing/in_process_bus.h"
 
 namespace {
 
@@ -253,7 +254,7 @@ TEST_F(ForksTest, HandlerThatForksDoesNotWaitForItsOwnThreadsKeyFile) {
         ForkInHandler();
         alarm(20);
         int opened = 0;
-        InProcessDriver::Instance().onOtherOpen = [&](const std::string& path) {
+        marvaneusb::testing::onOtherOpen = [&](const std::string& path) {
             opened += path == kSetKeyFile || path == kSegmentKeyFile ? 1 : 0;
             raise(SIGUSR1);
         };
