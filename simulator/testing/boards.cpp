@@ -12,10 +12,10 @@
 #include <utility>
 
 #include "control/words.h"
-#include "marvaneusb_testing.h"
 #include "report/device.h"
 #include "terms/hex.h"
 #include "testing/in_process_bus.h"
+#include "testing/marvaneusb_testing.h"
 
 namespace marvaneusb::testing {
 namespace {

@@ -15,6 +15,7 @@
 #include <charconv>
 #include <utility>
 
+#include "terms/model.h"
 #include "testing/transfer_records.h"
 
 namespace marvaneusb::testing {
@@ -50,11 +51,6 @@ std::FILE* FileHolding(const std::string& content) {
     return file;
 }
 
-std::string ProductOf(simulator::Model model) {
-    const char* names[] = {"", "K40", "K44", "K50"};
-    return std::string("Marvane ") + names[static_cast<int>(model)] + " Board\n";
-}
-
 }  // namespace
 
 std::function<void(const std::string& path)> onOtherOpen;
@@ -85,7 +81,7 @@ void InProcessBus::Add(int deviceNo, simulator::BoardOptions options) {
     const std::lock_guard lock(guard);
     Node& node = nodes.at(static_cast<std::size_t>(deviceNo));
     node.present = true;
-    node.files["product"] = ProductOf(options.model);
+    node.files["product"] = simulator::ProductOf(options.model) + "\n";
     node.files["speed"] = std::to_string(options.speedMbit) + "\n";
     devices.erase(deviceNo);
     devices.try_emplace(deviceNo, deviceNo, std::move(options));

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "driver/bus.h"
-#include "marvaneusb_testing.h"
+#include "testing/marvaneusb_testing.h"
 
 struct K40Record;
 struct K44Record;

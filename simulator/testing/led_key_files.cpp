@@ -2,7 +2,7 @@
  * @file led_key_files.cpp
  * @brief The folder, the keys that are noted in it, and the calls that are taken over.
  */
-#include "led_key_files.h"
+#include "testing/led_key_files.h"
 
 #include <dlfcn.h>
 #include <sys/ipc.h>

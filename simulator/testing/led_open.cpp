@@ -7,7 +7,7 @@
 
 #include <cstdarg>
 
-#include "led_key_files.h"
+#include "testing/led_key_files.h"
 
 extern "C" int open(const char* path, int flags, ...) {
     std::va_list rest;

@@ -50,6 +50,11 @@ def test_the_headers_program_does_what_it_shows(folder, marvane_sim):
     assert unplugged.status == 1 and unplugged.errors
 
 
+def test_the_page_on_testing_shows_the_example_that_is_built():
+    page = (SOURCE / "docs" / "testing.md").read_text()
+    assert (SOURCE / "examples" / "testing" / "unit_test.cpp").read_text() in page
+
+
 def test_a_wrong_image_stops_the_configuration_and_right_ones_are_carried(folder):
     images = folder / "images"
     images.mkdir()
@@ -87,21 +92,24 @@ def test_the_installed_package_is_what_we_ship_and_serves_both_ways_of_building(
     prefix = folder / "prefix"
     succeed("cmake", "--install", BUILD, "--prefix", prefix)
     doc = prefix / "share" / "doc" / "marvaneusb"
-    for part in "LICENSE", "README.md", "CHANGELOG.md", "docs/simulator.md":
+    for part in "LICENSE", "README.md", "CHANGELOG.md", "docs/simulator.md", "docs/testing.md":
         assert (doc / part).is_file()
     (pc,) = prefix.glob("**/marvaneusb.pc")
     library = pc.parents[1]
     if os.environ.get("MARVANE_STRIPPED") == "ON":
-        for binary in [library / "libmarvaneusb.so", *prefix.glob("bin/*")]:
+        for binary in [*library.glob("libmarvaneusb*.so"), *prefix.glob("bin/*")]:
             assert succeed("nm", binary) == "", f"{binary} is not stripped"
 
-    # find_package, as the installed examples do.
+    # find_package, as the installed examples do, and as somebody else's tests do.
     examples = filecmp.dircmp(SOURCE / "examples", doc / "examples")
     assert not examples.left_only and not examples.subdirs["cabinet"].left_only
-    succeed("cmake", "-S", doc / "examples", "-B", folder / "build",
-            f"-DCMAKE_PREFIX_PATH={prefix}", COMPILED_WITH)
-    succeed("cmake", "--build", folder / "build", "--target", "running_light")
+    for source, build, target in [(doc / "examples", "build", "running_light"),
+                                  (SOURCE / "tests" / "installed_package", "outside", "all")]:
+        succeed("cmake", "-S", source, "-B", folder / build, f"-DCMAKE_PREFIX_PATH={prefix}",
+                COMPILED_WITH)
+        succeed("cmake", "--build", folder / build, "--target", target)
     assert "Usage: running_light" in succeed(folder / "build" / "running_light", "--help")
+    succeed("ctest", "--test-dir", folder / "outside", "--no-tests=error")
 
     # pkg-config, also once the folder has moved.
     moved = prefix.rename(folder / "moved")
