@@ -168,6 +168,8 @@ TEST_F(CabinetKillsTest, EndedAtAnyExchangeItLosesNoCoinAndPaysNoneTwice) {
         ASSERT_NO_FATAL_FAILURE(BuildCabinet(model, speedMbit));
         const auto atFirst = std::tuple(*board, now, coins);
         for (const Failure& how : kFailures) {
+            // The machine makes no difference between the models; the library's tests do.
+            if (model != Model::kK40 && !how.endsProgram) continue;
             bool failureCame = true;
             for (unsigned k = 1; failureCame; ++k) {
                 SCOPED_TRACE(ModelName(model) + ", exchange " + std::to_string(k) + ": " +
@@ -183,7 +185,7 @@ TEST_F(CabinetKillsTest, EndedAtAnyExchangeItLosesNoCoinAndPaysNoneTwice) {
 }
 
 TEST_F(CabinetKillsTest, EndedTwiceInARowItDoesNeither) {
-    constexpr unsigned kStride = 13;  // of the second kills; begins elsewhere after each first kill
+    constexpr unsigned kStride = 31;  // of the second kills; begins elsewhere after each first kill
     ASSERT_NO_FATAL_FAILURE(BuildCabinet(Model::kK40, 12));
     FillHopper();
     const auto atFirst = std::tuple(*board, now, coins);
