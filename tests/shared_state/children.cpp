@@ -16,6 +16,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 Child::Child(const std::function<int()>& act) : process(0) {
     std::fflush(nullptr);
@@ -68,7 +69,7 @@ bool Await(const std::function<bool()>& condition) {
         if (turn < 100) {
             sched_yield();
         } else {
-            usleep(200);
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
         }
     }
     return true;

@@ -27,9 +27,7 @@
 
 namespace {
 
-unsigned Rounds() {
-    return FromEnvironment("MARVANE_FORK_ROUNDS", 30);
-}
+const unsigned kRounds = FromEnvironment("MARVANE_FORK_ROUNDS", 30);
 
 /** Forks a child that outlives its parent, for a while if the test forgets it. */
 pid_t ForkOrphan(const std::function<void()>& act) {
@@ -46,7 +44,7 @@ class ForksTest : public SharedStateTest {};
 TEST_F(ForksTest, ChildIsAUserOfItsOwnFromItsFirstLockToItsEndHoweverItComes) {
     void (*const ends[])() = {[] { std::exit(0); }, [] { _exit(0); }, [] { raise(SIGKILL); }};
     for (const auto end : ends) {
-        const auto whole = [&](LoadedLibrary& library) {
+        RunLoaded([&](LoadedLibrary& library) {
             const InSharedMemory<Barrier> barrier;
             Child forked([&] {
                 barrier->Arrive();
@@ -56,43 +54,40 @@ TEST_F(ForksTest, ChildIsAUserOfItsOwnFromItsFirstLockToItsEndHoweverItComes) {
                 end();
                 return 2;
             });
-            EXPECT_EQ(RegisteredUsers(), 1) << "a fork alone registers nobody";
+            EXPECT_EQ(SharedSemaphore(0), 1) << "a fork alone registers nobody";
             barrier->Arrive();
             barrier->Arrive();
-            EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(2));
+            EXPECT_EQ(SemaphoreValues(), Semaphores(2));
             EXPECT_EQ(OnCopy(0)[0], 8);
             barrier->Arrive();
             EXPECT_EQ(forked.Wait(), end == ends[2] ? 128 + SIGKILL : 0);
-            EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1));
+            EXPECT_EQ(SemaphoreValues(), Semaphores(1));
             EXPECT_EQ(library.SetOutputBit(3, 0), 1);
-            return 0;
-        };
-        EXPECT_EQ(StatusOfLoaded(whole), 0);
+        });
         ExpectNothingIsLeft();
     }
 }
 
 TEST_F(ForksTest, ChildThatUsesNothingTakesNothingBack) {
-    const auto whole = [](LoadedLibrary& library) {
+    RunLoaded([](LoadedLibrary& library) {
         EXPECT_EQ(StatusOf([]() -> int { std::exit(0); }), 0);
         EXPECT_EQ(StatusOf([&] {
                       library.Unload();
                       return 0;
                   }),
                   0);
-        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1));
+        EXPECT_EQ(SemaphoreValues(), Semaphores(1));
         EXPECT_NE(FindSegment(), -1);
         EXPECT_EQ(library.SetOutputBit(3, 1), 1);
-        return 0;
-    };
-    EXPECT_EQ(StatusOfLoaded(whole), 0);
+    });
 }
 
 TEST_F(ForksTest, ChildMayOutliveItsParent) {
     for (const bool kills : {false, true}) {
         const InSharedMemory<Barrier> barrier;
         const InSharedMemory<std::atomic<int>> result;
-        const auto whole = [&](LoadedLibrary& library) {
+        const int end = kills ? 128 + SIGKILL : 0;
+        RunLoaded(end, [&](LoadedLibrary& library) {
             ForkOrphan([&] {
                 library.SetOutputBit(1, 1);
                 barrier->Arrive();
@@ -103,22 +98,20 @@ TEST_F(ForksTest, ChildMayOutliveItsParent) {
             });
             barrier->Arrive();
             if (kills) raise(SIGKILL);
-            return 0;
-        };
-        EXPECT_EQ(StatusOfLoaded(whole), kills ? 128 + SIGKILL : 0);
-        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(kills ? 2 : 1));
+        });
+        EXPECT_EQ(SemaphoreValues(), Semaphores(kills ? 2 : 1));
         EXPECT_EQ(OnCopy(0)[0], 2);
         barrier->Arrive();
         barrier->Arrive();
         EXPECT_EQ(*result, 1);
         EXPECT_EQ(FindSegment(), -1);
-        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(kills ? 1 : 0));
+        EXPECT_EQ(SemaphoreValues(), Semaphores(kills ? 1 : 0));
         Sweep();
     }
 }
 
 TEST_F(ForksTest, ForkBesideWorkingThreadsLeavesBothAtWork) {
-    const auto whole = [](LoadedLibrary& library) {
+    RunLoaded([](LoadedLibrary& library) {
         std::atomic<bool> finish = false;
         std::atomic<int> failures = 0;
         std::vector<std::thread> threads;
@@ -129,7 +122,7 @@ TEST_F(ForksTest, ForkBesideWorkingThreadsLeavesBothAtWork) {
             });
         }
         const auto start = std::chrono::steady_clock::now();
-        for (unsigned round = 0; round < Rounds(); ++round) {
+        for (unsigned round = 0; round < kRounds; ++round) {
             Child forked([&] {
                 // At the fork the other threads held locks, or joined, or were about to.
                 if (library.SetOutputBit(5, 1) + library.SetOutputBit(6, 1) == 2) std::exit(0);
@@ -137,24 +130,23 @@ TEST_F(ForksTest, ForkBesideWorkingThreadsLeavesBothAtWork) {
             });
             EXPECT_EQ(forked.Wait(), 0) << "round " << round;
         }
-        const auto longest = Rounds() * std::chrono::milliseconds(600);
+        const auto longest = kRounds * std::chrono::milliseconds(600);
         EXPECT_LT(std::chrono::steady_clock::now() - start, longest) << "exits wait for others";
         finish = true;
         for (std::thread& thread : threads)
             thread.join();
-        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1));
-        return failures.load();
-    };
-    EXPECT_EQ(StatusOfLoaded(whole), 0);
+        EXPECT_EQ(SemaphoreValues(), Semaphores(1));
+        EXPECT_EQ(failures, 0);
+    });
 }
 
 TEST_F(ForksTest, ChildrenOfAJoiningThreadHoldNoKeyFileLock) {
-    // A thread joins again and again while another one forks; what the children inherit must not
-    // keep the lock of a parent that is killed.
-    for (unsigned round = 0; round < Rounds() / 2; ++round) {
+    // A thread joins again and again while another one forks; what the children
+    // inherit must not keep the lock of a parent that is killed.
+    for (unsigned round = 0; round < kRounds / 2; ++round) {
         const InSharedMemory<std::array<std::atomic<pid_t>, 8>> orphans;
         const InSharedMemory<std::atomic<unsigned>> answered;
-        const auto whole = [&](LoadedLibrary& library) {
+        RunLoaded(128 + SIGKILL, [&](LoadedLibrary& library) {
             std::thread([&] {
                 for (;; library.SetOutputBit(1, 1))
                     RemoveSet();
@@ -167,9 +159,8 @@ TEST_F(ForksTest, ChildrenOfAJoiningThreadHoldNoKeyFileLock) {
                         pause();
                 });
             }
-            return raise(SIGKILL);
-        };
-        EXPECT_EQ(StatusOfLoaded(whole), 128 + SIGKILL);
+            raise(SIGKILL);
+        });
         EXPECT_TRUE(Await([&] { return *answered == orphans->size(); })) << "an orphan is stuck";
         EXPECT_FALSE(KeyFileIsLocked()) << "round " << round;
         for (const auto& orphan : *orphans)
@@ -182,22 +173,20 @@ TEST_F(ForksTest, ChildrenOfAJoiningThreadHoldNoKeyFileLock) {
 pid_t forkedInHandler = -1;
 
 TEST_F(ForksTest, ChildForkedAtAnyCallOfAnOperationTakesNothingFromItsParent) {
-    // By a signal handler that returns in both processes: the child goes on with the operation
-    // that its parent was in.
-    struct sigaction action = {};
-    action.sa_handler = [](int) { forkedInHandler = fork(); };
-    sigaction(SIGUSR1, &action, nullptr);
+    // By a signal handler that returns in both processes: the child goes on with
+    // the operation that its parent was in.
+    std::signal(SIGUSR1, [](int) { forkedInHandler = fork(); });
     for (const bool joins : {false, true}) {
         for (int last = 1;; ++last) {
             SCOPED_TRACE(std::string(joins ? "joining, " : "") + "call " + std::to_string(last));
             const InSharedMemory<std::atomic<int>> made;
-            const auto whole = [&](LoadedLibrary& library) {
+            RunLoaded([&](LoadedLibrary& library) {
                 if (joins) RemoveSet();
                 system_calls::Watch([&](const std::string&, long, int number) {
                     *made = number;
                     if (number == last) raise(SIGUSR1);
                 });
-                const int served = library.SetOutputBit(5, 1);
+                EXPECT_EQ(library.SetOutputBit(5, 1), 1);
                 system_calls::Watch(nullptr);
                 if (forkedInHandler == 0) {
                     alarm(20);
@@ -210,10 +199,8 @@ TEST_F(ForksTest, ChildForkedAtAnyCallOfAnOperationTakesNothingFromItsParent) {
                 int status = 0;
                 if (forkedInHandler > 0) waitpid(forkedInHandler, &status, 0);
                 EXPECT_EQ(status, 0) << "in the child";
-                EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1));
-                return served - 1;
-            };
-            EXPECT_EQ(StatusOfLoaded(whole), 0);
+                EXPECT_EQ(SemaphoreValues(), Semaphores(1));
+            });
             ExpectNothingIsLeft();
             if (*made < last || HasFailure()) break;
         }
@@ -221,19 +208,17 @@ TEST_F(ForksTest, ChildForkedAtAnyCallOfAnOperationTakesNothingFromItsParent) {
 }
 
 void ForkInHandler() {
-    struct sigaction action = {};
-    action.sa_handler = [](int) {
+    std::signal(SIGUSR1, [](int) {
         const pid_t child = fork();
         if (child == 0) _exit(0);
         waitpid(child, nullptr, 0);
-    };
-    sigaction(SIGUSR1, &action, nullptr);
+    });
+    alarm(20);
 }
 
 TEST_F(ForksTest, HandlerThatForksMayInterruptItsOwnThreadsFork) {
     const auto forkInFork = [] {
         ForkInHandler();
-        alarm(20);
         // Registered before the library, so called after its own.
         pthread_atfork(
             [] {
@@ -252,7 +237,6 @@ TEST_F(ForksTest, HandlerThatForksMayInterruptItsOwnThreadsFork) {
 TEST_F(ForksTest, HandlerThatForksDoesNotWaitForItsOwnThreadsKeyFile) {
     const auto load = [&] {
         ForkInHandler();
-        alarm(20);
         int opened = 0;
         marvaneusb::testing::onOtherOpen = [&](const std::string& path) {
             opened += path == kSetKeyFile || path == kSegmentKeyFile ? 1 : 0;
@@ -268,9 +252,10 @@ TEST_F(ForksTest, HandlerThatForksDoesNotWaitForItsOwnThreadsKeyFile) {
 
 TEST_F(ForksTest, ProgramExecutedInMidOperationFindsItsLocksFree) {
     for (const int command : {77, 83, 3}) {
-        const auto whole = [&](LoadedLibrary& library) {
+        RunLoaded([&](LoadedLibrary& library) {
             InProcessDriver::Instance().AnswerWith([&](const Exchange&) -> DriverAnswer {
-                execl(MARVANE_LINKED_PROCESS, MARVANE_LINKED_PROCESS, "no", "yes", "3", nullptr);
+                execl(MARVANE_LINKED_PROCESS, MARVANE_LINKED_PROCESS, "no", "no", "yes", "3",
+                      nullptr);
                 return {.error = errno};
             });
             // Any thread may be in an operation when another one executes a program.
@@ -279,41 +264,30 @@ TEST_F(ForksTest, ProgramExecutedInMidOperationFindsItsLocksFree) {
                 if (command == 83) library.SetOnPeriodBit(1, 1);
                 if (command == 3) library.ConfigureEeprom();
             }).join();
-            return 1;
-        };
-        EXPECT_EQ(StatusOfLoaded(whole), 0);
-        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1)) << "the former program's, for ever";
+            ADD_FAILURE() << "no program is executed";
+        });
+        EXPECT_EQ(SemaphoreValues(), Semaphores(1)) << "the former program's, for ever";
         EXPECT_EQ(FindSegment(), -1);
         Sweep();
     }
-}
-
-// Signals
-
-void InterruptEveryMillisecond() {
-    struct sigaction action = {};
-    action.sa_handler = [](int) {};  // without SA_RESTART, which semop ignores anyway
-    sigaction(SIGALRM, &action, nullptr);
-    const itimerval timer = {{0, 1000}, {0, 1000}};
-    setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
 TEST_F(ForksTest, SignalsDoNotEndTheWaitForALock) {
     const InSharedMemory<std::atomic<int>> interrupted;
     const InSharedMemory<std::atomic<bool>> holds, lets;
     Child holder([&] {
-        AddAcceptingBoard();
-        LoadedLibrary library;
-        EXPECT_EQ(library.InitPort(0), 1);
-        InProcessDriver::Instance().AnswerWith([&](const Exchange&) -> DriverAnswer {
-            *holds = true;
-            Await([&] { return *interrupted >= 5; });
-            *lets = true;
-            return {};
+        RunLoaded([&](LoadedLibrary& library) {
+            InProcessDriver::Instance().AnswerWith([&](const Exchange&) -> DriverAnswer {
+                *holds = true;
+                Await([&] { return *interrupted >= 5; });
+                *lets = true;
+                return {};
+            });
+            EXPECT_EQ(library.SetOutputBit(0, 1), 1);
         });
-        return library.SetOutputBit(0, 1) - 1;
+        return 0;
     });
-    const auto waiter = [&](LoadedLibrary& library) {
+    RunLoaded([&](LoadedLibrary& library) {
         InProcessDriver::Instance().AnswerWith([&](const Exchange&) -> DriverAnswer {
             EXPECT_TRUE(*lets) << "sent too early";
             return {};
@@ -322,13 +296,13 @@ TEST_F(ForksTest, SignalsDoNotEndTheWaitForALock) {
         system_calls::Watch([&](const std::string& name, long result, int) {
             *interrupted += name == "semop" && result < 0 && errno == EINTR ? 1 : 0;
         });
-        InterruptEveryMillisecond();
-        const int served = library.SetOutputBit(1, 1);
+        std::signal(SIGALRM, [](int) {});
+        const itimerval everyMillisecond = {{0, 1000}, {0, 1000}};
+        setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
+        EXPECT_EQ(library.SetOutputBit(1, 1), 1);
         system_calls::Watch(nullptr);
         EXPECT_EQ(OnCopy(0)[0], 3);
-        return served - 1;
-    };
-    EXPECT_EQ(StatusOfLoaded(waiter), 0);
+    });
     EXPECT_EQ(holder.Wait(), 0);
 }
 

@@ -1,17 +1,17 @@
 /**
  * @file key_files_test.cpp
- * @brief Key files that are somebody else's, something else, or replaced meanwhile.
+ * @brief Key files that others guard, that are something else, or that are replaced meanwhile.
  */
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <sys/file.h>
-#include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <functional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -22,15 +22,27 @@
 
 namespace {
 
-constexpr uid_t kOtherUser = 65534;
-
-int BecomeAnotherUser() {
-    return setresgid(kOtherUser, kOtherUser, kOtherUser) |
-           setresuid(kOtherUser, kOtherUser, kOtherUser);
+/** From here on the modes of files bind this process; it becomes another user where it may. */
+void LosePrivileges() {
+    constexpr uid_t kOtherUser = 65534;
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
+    if (geteuid() == 0 && setresgid(kOtherUser, kOtherUser, kOtherUser) == 0 &&
+        setresuid(kOtherUser, kOtherUser, kOtherUser) == 0) {
+        return;
+    }
+    if (syscall(SYS_capset, &header, none) != 0) throw std::runtime_error("capset");
 }
 
-int UseAsAnotherUser() {
-    return StatusOf([] { return BecomeAnotherUser() == 0 ? UseEverything() : 120; });
+void SetModes(mode_t mode) {
+    for (const char* path : kKeyFiles) {
+        close(open(path, O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+        ASSERT_EQ(chmod(path, mode), 0);
+    }
+}
+
+int ServedWithoutPrivileges() {
+    return ServedToAnother(true, LosePrivileges);
 }
 
 class KeyFilesTest : public SharedStateTest {
@@ -39,74 +51,53 @@ protected:
         SharedStateTest::TearDown();
         SweepKeyFiles();
     }
-
-    static bool MayBecomeAnotherUser() {
-        return geteuid() == 0 && StatusOf(BecomeAnotherUser) == 0;
-    }
-    static void MakeFiles(mode_t mode, uid_t owner) {
-        for (const char* path : kKeyFiles) {
-            close(open(path, O_CREAT | O_RDWR | O_CLOEXEC, 0600));
-            chmod(path, mode);
-            ASSERT_EQ(chown(path, owner, owner), 0);
-        }
-    }
 };
 
-TEST_F(KeyFilesTest, FilesOfAnotherUserServeAsLongAsTheyCanBeRead) {
-    if (!MayBecomeAnotherUser()) GTEST_SKIP() << "needs the right to become another user";
-    for (const mode_t mode : {0755, 0444}) {
-        SCOPED_TRACE(mode);
-        MakeFiles(mode, 0);
-        EXPECT_EQ(UseAsAnotherUser(), kAll);
-        ExpectNothingIsLeft();
-        MakeFiles(mode, kOtherUser);
-        EXPECT_EQ(StatusOf([] { return UseEverything(); }), kAll);
-        ExpectNothingIsLeft();
-        SweepKeyFiles();
-    }
+TEST_F(KeyFilesTest, FilesServeAsLongAsTheyCanBeRead) {
+    SetModes(0444);
+    EXPECT_EQ(ServedWithoutPrivileges(), kAll);
+    ExpectNothingIsLeft();
 }
 
 TEST_F(KeyFilesTest, WithoutReadingThemWhatIsFinishedIsUsedAndNothingElse) {
-    if (!MayBecomeAnotherUser()) GTEST_SKIP() << "needs the right to become another user";
-    MakeFiles(0600, 0);
-    EXPECT_EQ(UseAsAnotherUser(), 0);
+    SetModes(0000);
+    EXPECT_EQ(ServedWithoutPrivileges(), 0);
     ExpectNothingIsLeft();
 
+    SetModes(0644);
     LoadedProcess owner;
-    EXPECT_EQ(UseAsAnotherUser(), kAll);
-    EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1)) << "it registered and unregistered";
+    SetModes(0000);
+    EXPECT_EQ(ServedWithoutPrivileges(), kAll);
+    EXPECT_EQ(SemaphoreValues(), Semaphores(1)) << "it registered and unregistered";
+    SetModes(0644);
     owner.Leave();
 }
 
 TEST_F(KeyFilesTest, LastUserWithoutTheRightToRemoveLeavesNothingInTheObjects) {
-    if (!MayBecomeAnotherUser()) GTEST_SKIP() << "needs the right to become another user";
-    MakeFiles(0666, 0);
     const auto serve = [](LoadedLibrary& library) {
         EXPECT_EQ(library.SetOutputBit(3, 1) + library.ConfigureEeprom(), 2);
-        return BecomeAnotherUser();
+        system_calls::RefuseRemoval();
     };
-    EXPECT_EQ(StatusOfLoaded(serve), 0);
+    RunLoaded(serve);
     EXPECT_EQ(Attachments(), 0U);
     EXPECT_EQ(FirstDifference(SegmentView().All(), SegmentInUse(1)), "") << "its entries stay";
-    EXPECT_EQ(StatusOf([] { return UseEverything(); }), kAll);
-    EXPECT_EQ(FindSegment(), -1) << "the owner removes what it was left";
-    Sweep();
+    EXPECT_EQ(ServedToAnother(), kAll);
+    ExpectNothingIsLeft();
 
     // Not the last one: what the others have stays as it is.
     LoadedProcess other;
-    EXPECT_EQ(StatusOfLoaded(serve), 0);
+    RunLoaded(serve);
     EXPECT_EQ(OnCopy(0), ByteString({8, 0, 0, 0, 0}));
     other.Leave();
 }
 
 TEST_F(KeyFilesTest, WithoutTheirLockARemovedSegmentIsNotUsed) {
-    if (!MayBecomeAnotherUser()) GTEST_SKIP() << "needs the right to become another user";
-    MakeFiles(0600, 0);
     for (const char* lastCall : {"shmget", "shmat"}) {
         LoadedProcess owner;
         const InSharedMemory<Barrier> barrier;
+        SetModes(0000);
         Child loading([&] {
-            if (BecomeAnotherUser() != 0) return 120;
+            LosePrivileges();
             system_calls::Watch([&, done = false](const std::string& name, long, int) mutable {
                 if (name != lastCall || std::exchange(done, true)) return;
                 barrier->Arrive();
@@ -118,6 +109,7 @@ TEST_F(KeyFilesTest, WithoutTheirLockARemovedSegmentIsNotUsed) {
         shmctl(FindSegment(), IPC_RMID, nullptr);
         barrier->Arrive();
         EXPECT_EQ(loading.Wait(), 0) << "served without a segment";
+        SetModes(0644);
         owner.Leave();
     }
 }
@@ -152,15 +144,14 @@ TEST_F(KeyFilesTest, WhoeverHoldsOneIsWaitedForTenSecondsAndNamed) {
 }
 
 TEST_F(KeyFilesTest, OtherThingsInTheirPlaceDoNoHarm) {
-    struct Case {
-        const char* what;
-        std::function<int(const char*)> make;
-        int served;
-    };
     const std::string there = led_key_files::Folder() + "/there";
     const std::string nothing = led_key_files::Folder() + "/nothing";
     close(open(there.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0644));
-    const Case cases[] = {
+    const struct {
+        const char* what;
+        int (*make)(const char*);
+        int served;
+    } cases[] = {
         // clang-format off
         {"link to nothing", [](const char* path) { return symlink("nothing", path); }, 0},
         {"link to a file",  [](const char* path) { return symlink("there", path); },   kAll},
@@ -168,11 +159,11 @@ TEST_F(KeyFilesTest, OtherThingsInTheirPlaceDoNoHarm) {
         {"directory",       [](const char* path) { return mkdir(path, 0777); },        kAll},
         // clang-format on
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         for (const char* path : kKeyFiles) {
             SCOPED_TRACE(std::string(c.what) + " at " + path);
             EXPECT_EQ(c.make(path), 0);
-            EXPECT_EQ(StatusOf([] { return UseEverything(); }), c.served);
+            EXPECT_EQ(ServedToAnother(), c.served);
             EXPECT_NE(access(nothing.c_str(), F_OK), 0) << "the link's target was created";
             ExpectNothingIsLeft();
             SweepKeyFiles();
@@ -202,7 +193,7 @@ TEST_F(KeyFilesTest, FileThatIsReplacedDuringTheWaitIsOpenedAnew) {
         flock(held, LOCK_UN);
         close(held);
         barrier->Arrive(3);
-        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(2));
+        EXPECT_EQ(SemaphoreValues(), Semaphores(2));
         EXPECT_EQ(HeaderDifference(), "");
         barrier->Arrive(3);
         EXPECT_EQ(waiting.Wait(), 0);

@@ -1,11 +1,15 @@
 /**
  * @file linked_process.cpp
- * @brief A program that is linked with the library, as an application is, and ends while a callback
- * switches a lamp without pause; its exit status tells.
+ * @brief A program that is linked with the library, as an application is, and
+ * ends while a callback switches a lamp without pause; its exit status tells.
  *
- * Arguments: whether it keeps an object to the end, and with it the thread for changed inputs;
+ * Arguments: whether it forks first, and does all this in the child; whether it
+ * keeps an object to the end, and with it the thread for changed inputs;
  * whether it calls exit; and how many callbacks it waits for.
  */
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -29,12 +33,17 @@ void SetLamp(usbInput*, usbInput*) {
 }  // namespace
 
 int main(int count, char** words) {
-    if (count != 4) return 1;
+    if (count != 5) return 1;
     const std::string yes = "yes";
+    if (words[1] == yes && fork() > 0) {
+        int status = 0;
+        wait(&status);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 4;
+    }
     InProcessDriver& driver = InProcessDriver::Instance();
     driver.AddBoard(0, simulator::Model::kK44);
     if (staticBoard.InitPort(0) != 1) return 2;
-    if (words[1] == yes) boardInCallback = new MarvaneUSB(staticBoard);
+    if (words[2] == yes) boardInCallback = new MarvaneUSB(staticBoard);
     driver.AnswerWith([](const Exchange& exchange) {
         // The end finds the thread with both locks more often than not.
         if (exchange.command == 77) std::this_thread::sleep_for(std::chrono::microseconds(200));
@@ -42,8 +51,8 @@ int main(int count, char** words) {
     });
     usbInput all = {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
     if (boardInCallback->ConfigureChangedInputsCallback(&all, &all, SetLamp) != 1) return 3;
-    while (lampsSet < std::stoi(words[3]))
+    while (lampsSet < std::stoi(words[4]))
         std::this_thread::yield();
-    if (words[2] == yes) std::exit(0);
+    if (words[3] == yes) std::exit(0);
     return 0;
 }

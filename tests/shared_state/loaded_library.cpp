@@ -14,6 +14,7 @@
 
 LoadedLibrary::LoadedLibrary() : library(dlopen(MARVANE_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
     if (library == nullptr) throw std::runtime_error(dlerror());
+    setOutputBit = Find("12SetOutputBitE15_usbOutputBitIdj");
     Call("C1Ev");
 }
 
@@ -52,38 +53,42 @@ void LoadedProcess::Leave() {
     EXPECT_EQ(child.Wait(), 0);
 }
 
-void AddAcceptingBoard(int deviceNo) {
+void AddAcceptingBoard(int deviceNo, const std::function<void()>& beforeAnswer) {
     InProcessDriver& driver = InProcessDriver::Instance();
     driver.Reset();
     driver.AddBoard(deviceNo, simulator::Model::kK44);
     // The firmware runs, and an EEPROM read brings as many bytes as it asks for.
-    driver.AnswerWith([](const Exchange& exchange) -> DriverAnswer {
+    driver.AnswerWith([beforeAnswer](const Exchange& exchange) -> DriverAnswer {
+        beforeAnswer();
         if (exchange.command == 74) return {.reply = {1}};
         if (exchange.command == 5) return {.reply = Bytes(exchange.payload.at(0), 7)};
         return {};
     });
 }
 
-int StatusOfLoaded(const std::function<int(LoadedLibrary&)>& act, int deviceNo) {
-    return StatusOf([&] {
-        AddAcceptingBoard(deviceNo);
+void RunLoaded(int status, const std::function<void(LoadedLibrary&)>& act) {
+    const auto whole = [&] {
+        AddAcceptingBoard();
         LoadedLibrary library;
-        return library.InitPort(deviceNo) == 1 ? act(library) : 101;
-    });
+        EXPECT_EQ(library.InitPort(0), 1);
+        act(library);
+        return 0;
+    };
+    EXPECT_EQ(StatusOf(whole), status);
 }
 
 int UseEverything(bool alone) {
     AddAcceptingBoard(1);
     InProcessDriver& driver = InProcessDriver::Instance();
     LoadedLibrary library;
+    library.InitPort(1);
+    driver.ForgetSent();
     const auto served = [&](int what, int result) {
         const bool refused = result == 0 && library.GetLastError() == 38 && driver.Sent().empty();
         EXPECT_TRUE(result == 1 || refused) << what << ": error " << library.GetLastError();
         driver.ForgetSent();
         return result == 1 ? what : 0;
     };
-    library.InitPort(1);
-    driver.ForgetSent();
     const int all = served(kBothCopies, library.SetOutputBit(37, 1)) |
                     served(kOnCopies, library.SetOnPeriodBit(8, 1)) |
                     served(kOffCopies, library.SetOffPeriodBit(17, 1)) |
@@ -94,9 +99,16 @@ int UseEverything(bool alone) {
     EXPECT_EQ(EepromEntry(1), ByteString({64, 2, 0xFF, 0x7F, 0x51, 0, 1, 0}));
     if (alone) {
         EXPECT_EQ(HeaderDifference(), "");
-        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(RegisteredUsers()));
+        EXPECT_EQ(SemaphoreValues(), Semaphores(SharedSemaphore(0)));
     }
     return all;
+}
+
+int ServedToAnother(bool alone, const std::function<void()>& prepare) {
+    return StatusOf([&] {
+        prepare();
+        return UseEverything(alone);
+    });
 }
 
 #if defined(__SANITIZE_ADDRESS__)

@@ -16,53 +16,21 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <stdexcept>
 
 namespace {
 
-constexpr std::size_t kFirstBlock = 136;
-constexpr std::size_t kUnit = 128;
-
-struct Object {
-    const char* name;
-    unsigned unit, units;
-    std::size_t entrySize;
-
-    [[nodiscard]] std::size_t Block() const { return kFirstBlock + kUnit * unit; }
-    [[nodiscard]] ByteString Entry(int deviceNo) const {
-        const std::size_t offset = entrySize * static_cast<std::size_t>(deviceNo);
-        return SegmentView().Bytes(Block() + kUnit + offset, entrySize);
-    }
-};
-// In a segment that this library created.
-constexpr Object kBuffers = {"K40BUFFERS", 0, 34, 260};
-constexpr Object kOn = {"OutOnCopies", 34, 2, 5};
-constexpr Object kOff = {"OutOffCopies", 36, 2, 5};
-constexpr Object kEeproms = {"K40EEPROMS", 38, 2, 8};
-constexpr Object kObjects[] = {kBuffers, kOn, kOff, kEeproms};
-
-union SemaphoreArgument {
-    int val;
-    semid_ds* buf;
-    unsigned short* array;
-};
+const SharedObject kObjects[] = {kBuffers, kOnPatterns, kOffPatterns, kEepromParts};
 
 key_t MakeKeyFileAndKey(const char* path) {
     std::fclose(std::fopen(path, "a"));
     return ftok(path, 1);
 }
 
+void PutText(ByteString& bytes, std::size_t offset, const char* text) {
+    std::memcpy(bytes.data() + offset, text, std::strlen(text));
+}
+
 }  // namespace
-
-int FindSet() {
-    const key_t key = ftok(kSetKeyFile, 1);
-    return key == -1 ? -1 : semget(key, 0, 0);
-}
-
-int FindSegment() {
-    const key_t key = ftok(kSegmentKeyFile, 1);
-    return key == -1 ? -1 : shmget(key, 0, 0);
-}
 
 unsigned long Attachments() {
     shmid_ds state = {};
@@ -71,18 +39,10 @@ unsigned long Attachments() {
 
 std::vector<int> SemaphoreValues(int set) {
     semid_ds state = {};
-    SemaphoreArgument argument = {};
-    argument.buf = &state;
-    if (semctl(set, 0, IPC_STAT, argument) != 0) return {};
+    if (semctl(set, 0, IPC_STAT, &state) != 0) return {};
     std::vector<unsigned short> values(state.sem_nsems);
-    argument.array = values.data();
-    if (semctl(set, 0, GETALL, argument) != 0) return {};
+    if (semctl(set, 0, GETALL, values.data()) != 0) return {};
     return {values.begin(), values.end()};
-}
-
-int RegisteredUsers() {
-    const std::vector<int> values = SemaphoreValues(FindSet());
-    return values.empty() ? -1 : values[0];
 }
 
 std::vector<int> Semaphores(int users) {
@@ -92,30 +52,6 @@ std::vector<int> Semaphores(int users) {
 
 void RemoveSet() {
     semctl(FindSet(), 0, IPC_RMID);
-}
-
-SegmentView::SegmentView(int segment)
-    : bytes(static_cast<unsigned char*>(shmat(segment, nullptr, 0))) {
-    shmid_ds state = {};
-    if (bytes == reinterpret_cast<unsigned char*>(-1) || shmctl(segment, IPC_STAT, &state) != 0)
-        throw std::runtime_error("no segment");
-    size = state.shm_segsz;
-}
-
-SegmentView::~SegmentView() {
-    shmdt(bytes);
-}
-
-ByteString OnCopy(int deviceNo) {
-    return kOn.Entry(deviceNo);
-}
-
-ByteString OffCopy(int deviceNo) {
-    return kOff.Entry(deviceNo);
-}
-
-ByteString EepromEntry(int deviceNo) {
-    return kEeproms.Entry(deviceNo);
 }
 
 int MakeSet(const std::vector<int>& values, bool used) {
@@ -140,13 +76,9 @@ void PutNumber(ByteString& bytes, std::size_t offset, std::uint64_t value, int w
         bytes[offset + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value >> (8 * i));
 }
 
-void PutText(ByteString& bytes, std::size_t offset, const char* text) {
-    std::memcpy(bytes.data() + offset, text, std::strlen(text));
-}
-
 void PutBlock(ByteString& bytes, std::size_t unit, const char* name, unsigned useCount,
-              unsigned units) {
-    const std::size_t block = kFirstBlock + kUnit * unit;
+              std::size_t units) {
+    const std::size_t block = SharedObject{name, unit, units, 0}.Header();
     PutText(bytes, block, name);
     PutNumber(bytes, block + 108, 1, 4);  // count of the default lock identity
     PutNumber(bytes, block + 116, useCount, 4);
@@ -154,7 +86,7 @@ void PutBlock(ByteString& bytes, std::size_t unit, const char* name, unsigned us
 }
 
 ByteString FreshSegment() {
-    ByteString bytes(kSegmentBytes, 0);
+    ByteString bytes(65536, 0);
     PutText(bytes, 0, "K40SharedMemory");
     PutText(bytes, 56, "K40Mutex");
     PutNumber(bytes, 108, 10, 4);     // count of the arena lock
@@ -167,9 +99,9 @@ ByteString FreshSegment() {
 
 ByteString SegmentInUse(unsigned useCount) {
     ByteString bytes = FreshSegment();
-    for (const Object& object : kObjects)
+    for (const SharedObject& object : kObjects)
         PutBlock(bytes, object.unit, object.name, useCount, object.units);
-    PutNumber(bytes, kFirstBlock + kUnit * 40 + 120, 509 - 40, 8);
+    PutNumber(bytes, SharedObject{"", 40, 0, 0}.Header() + 120, 509 - 40, 8);
     return bytes;
 }
 
@@ -183,9 +115,9 @@ std::string FirstDifference(const ByteString& found, const ByteString& wanted) {
 
 std::string HeaderDifference() {
     ByteString bytes = SegmentView().All();
-    for (const Object& object : kObjects) {
-        PutNumber(bytes, object.Block() + 116, 1, 4);
-        std::memset(bytes.data() + object.Block() + kUnit, 0, 16 * object.entrySize);
+    for (const SharedObject& object : kObjects) {
+        PutNumber(bytes, object.Header() + 116, 1, 4);
+        std::memset(bytes.data() + object.Entries(), 0, 16 * object.entrySize);
     }
     return FirstDifference(bytes, SegmentInUse(1));
 }
@@ -219,10 +151,6 @@ void SharedStateTest::ExpectNothingIsLeft() {
     EXPECT_EQ(sets, std::vector<int>()) << "a semaphore set is left";
 }
 
-void SharedStateTest::Sweep() {
-    led_key_files::RemoveObjects();
-}
-
 void SharedStateTest::SweepKeyFiles() {
     for (const char* path : kKeyFiles) {
         unlink(path);
@@ -230,7 +158,7 @@ void SharedStateTest::SweepKeyFiles() {
     }
 }
 
-std::size_t SharedStateTest::OpenDescriptors() {
+std::ptrdiff_t SharedStateTest::OpenDescriptors() {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
+    return std::distance(begin(descriptors), end(descriptors));
 }

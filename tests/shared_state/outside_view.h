@@ -1,72 +1,49 @@
 /**
  * @file outside_view.h
- * @brief The shared state as anybody sees it who knows its keys: with semctl, shmctl and shmat.
- *
- * All places and sizes are written out here by hand, apart from the library's own.
+ * @brief The shared state as anybody sees and makes it who knows its keys.
  */
 #ifndef OUTSIDE_VIEW_H
 #define OUTSIDE_VIEW_H
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "led_key_files.h"
+#include "shared_entries.h"
 
 inline const char* const kSegmentKeyFile = led_key_files::Lead("/tmp/K40SharedMemory");
 inline const char* const kSetKeyFile = led_key_files::Lead("/tmp/Sem_K40Mutex");
 inline const char* const kKeyFiles[] = {kSetKeyFile, kSegmentKeyFile};
-constexpr std::size_t kSegmentBytes = 65536;
 
-using ByteString = std::vector<std::uint8_t>;
-
-/** The semaphore set under our key, or -1. */
-int FindSet();
-/** The segment under our key, or -1. */
-int FindSegment();
-/** Processes that have it attached; 0 when there is none. */
+/** Processes that have the segment attached; 0 when there is none. */
 unsigned long Attachments();
 /** Values of all semaphores; empty when there is no set. */
-std::vector<int> SemaphoreValues(int set);
-/** How many processes the set counts as users; -1 when there is none. */
-int RegisteredUsers();
+std::vector<int> SemaphoreValues(int set = FindSet());
 /** All values of the set with so many users and all locks free; of 0 users: there is no set. */
 std::vector<int> Semaphores(int users);
 void RemoveSet();
 
-/** All bytes of the mapped segment; the test ends with an exception when there is none. */
-class SegmentView {
-public:
-    explicit SegmentView(int segment = FindSegment());
-    SegmentView(const SegmentView&) = delete;
-    SegmentView& operator=(const SegmentView&) = delete;
-    ~SegmentView();
-
-    [[nodiscard]] ByteString Bytes(std::size_t offset, std::size_t count) const {
-        return {bytes + offset, bytes + offset + count};
-    }
-    [[nodiscard]] ByteString All() const { return Bytes(0, size); }
-
-    unsigned char* bytes;
-    std::size_t size;
-};
-
 // A board's entries
-ByteString OnCopy(int deviceNo);
-ByteString OffCopy(int deviceNo);
-ByteString EepromEntry(int deviceNo);
+inline ByteString OnCopy(std::size_t deviceNo) {
+    return SharedEntries(kOnPatterns).Get(deviceNo, kOnPatterns.entrySize);
+}
+inline ByteString OffCopy(std::size_t deviceNo) {
+    return SharedEntries(kOffPatterns).Get(deviceNo, kOffPatterns.entrySize);
+}
+inline ByteString EepromEntry(std::size_t deviceNo) {
+    return SharedEntries(kEepromParts).Get(deviceNo, kEepromParts.entrySize);
+}
 
 // Sets and segments made by hand. Numbers are little-endian.
 
 int MakeSet(const std::vector<int>& values, bool used);
 int MakeSegment(const ByteString& content);
 void PutNumber(ByteString& bytes, std::size_t offset, std::uint64_t value, int width);
-void PutText(ByteString& bytes, std::size_t offset, const char* text);
 /** The header of the block that starts at a unit. */
 void PutBlock(ByteString& bytes, std::size_t unit, const char* name, unsigned useCount,
-              unsigned units);
+              std::size_t units);
 /** The library's arena without any object. */
 ByteString FreshSegment();
 /** The library's arena with its four objects, nothing in them yet. */
@@ -87,13 +64,13 @@ protected:
 
     static void ExpectNothingIsLeft();
     /** Removes all System V objects, as a killed process leaves them. */
-    static void Sweep();
+    static void Sweep() { led_key_files::RemoveObjects(); }
     /** Removes the key files as well: nobody has been here yet. */
     static void SweepKeyFiles();
+    static std::ptrdiff_t OpenDescriptors();
 
 private:
-    static std::size_t OpenDescriptors();
-    std::size_t descriptorsBefore = 0;
+    std::ptrdiff_t descriptorsBefore = 0;
 };
 
 #endif  // OUTSIDE_VIEW_H

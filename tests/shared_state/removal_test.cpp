@@ -57,7 +57,7 @@ TEST_F(RemovalTest, UsersOfARemovedSetMeetOnOneNewSet) {
         RemoveSet();
         ASSERT_TRUE(Await([&] { return FindSet() != -1 && FindSet() != set; }));
         for (int look = 0; look < 20; ++look) {
-            const std::vector<int> values = SemaphoreValues(FindSet());
+            const std::vector<int> values = SemaphoreValues();
             if (values.empty()) continue;  // just being made
             EXPECT_LE(*std::max_element(values.begin() + 1, values.end()), 1);
             EXPECT_LE(values[0], kUsers);
@@ -66,18 +66,18 @@ TEST_F(RemovalTest, UsersOfARemovedSetMeetOnOneNewSet) {
     }
     state->finish = true;
     state->barrier.Arrive(kUsers + 1);
-    EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(kUsers));
+    EXPECT_EQ(SemaphoreValues(), Semaphores(kUsers));
     state->barrier.Arrive(kUsers + 1);
     for (Child& child : children)
         EXPECT_EQ(child.Wait(), 0);
 }
 
 TEST_F(RemovalTest, BothLocksOfAnOperationAreHeldOnTheSameSet) {
-    const auto whole = [](LoadedLibrary& library) {
+    RunLoaded([](LoadedLibrary& library) {
         const int old = FindSet();
         std::vector<int> atExchange;
         InProcessDriver::Instance().AnswerWith([&](const Exchange&) -> DriverAnswer {
-            atExchange = SemaphoreValues(FindSet());
+            atExchange = SemaphoreValues();
             return {};
         });
         // As soon as it has taken its first lock.
@@ -90,29 +90,26 @@ TEST_F(RemovalTest, BothLocksOfAnOperationAreHeldOnTheSameSet) {
         system_calls::Watch(nullptr);
         EXPECT_NE(FindSet(), old);
         EXPECT_EQ(atExchange, std::vector<int>({1, 1, 0, 0, 1, 1, 1, 1, 1, 1, 1}));
-        EXPECT_EQ(SemaphoreValues(FindSet()), Semaphores(1));
-        return 0;
-    };
-    EXPECT_EQ(StatusOfLoaded(whole), 0);
+        EXPECT_EQ(SemaphoreValues(), Semaphores(1));
+    });
 }
 
 TEST_F(RemovalTest, SetThatVanishesAtAnyCallOfJoiningIsJoinedAnew) {
-    const auto whole = [](LoadedLibrary& library) {
-        for (int last = 1;; ++last) {
+    RunLoaded([](LoadedLibrary& library) {
+        int last = 0;
+        for (int made = 0; made >= last;) {
+            ++last;
             RemoveSet();
-            int made = 0;
             system_calls::Watch([&](const std::string&, long, int number) {
                 made = number;
-                const int set = static_cast<int>(syscall(SYS_semget, ftok(kSetKeyFile, 1), 0, 0));
+                const long set = syscall(SYS_semget, ftok(kSetKeyFile, 1), 0, 0);
                 if (number == last) syscall(SYS_semctl, set, 0, IPC_RMID, 0);
             });
-            const int served = library.SetOutputBit(3, 1);
+            ASSERT_EQ(library.SetOutputBit(3, 1), 1) << "removed after call " << last;
             system_calls::Watch(nullptr);
-            EXPECT_EQ(served, 1) << "removed after call " << last;
-            if (made < last || served != 1) return last < 20 ? 1 : 0;
         }
-    };
-    EXPECT_EQ(StatusOfLoaded(whole), 0);
+        EXPECT_GE(last, 20) << "the calls are not seen";
+    });
     Sweep();
 }
 

@@ -20,50 +20,43 @@ namespace {
 
 class StrangersTest : public SharedStateTest {};
 
-TEST_F(StrangersTest, SetThatIsNotOursIsLeftAloneAndOneThatIsUnfinishedIsFinished) {
-    struct Case {
+TEST_F(StrangersTest, SetIsJoinedOrFinishedOrLeftAloneAsItsCreatorLeftIt) {
+    enum Fate { kJoined, kFinished, kLeftAlone };
+    const struct {
         const char* what;
         std::vector<int> values;
-        bool used, finished;
-    };
-    const Case cases[] = {
+        bool used;
+        Fate fate;
+    } cases[] = {
         // clang-format off
-        {"nothing raised",            {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, false, true},
-        {"some raised",               {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0}, false, true},
-        {"all raised",                {0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1}, false, true},
-        {"too few, used",             {1, 1, 1, 1, 1, 1, 1, 1, 1, 1},    true,  false},
-        {"too few, never used",       {0, 0},                            false, false},
-        {"more, never used",          {0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, false, false},
-        {"users, but never used",     {7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, false, false},
-        {"other values, never used",  {0, 1, 1, 9, 0, 0, 0, 0, 0, 0, 0}, false, false},
-        {"a gap between those raised", {0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0}, false, false},
+        {"in use",                    {3, 1, 1, 1, 1, 1, 0, 1, 0, 1, 1}, true,  kJoined},
+        {"nothing raised",            {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, false, kFinished},
+        {"some raised",               {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0}, false, kFinished},
+        {"all raised",                {0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1}, false, kFinished},
+        {"too few, used",             {1, 1, 1, 1, 1, 1, 1, 1, 1, 1},    true,  kLeftAlone},
+        {"too few, never used",       {0, 0},                            false, kLeftAlone},
+        {"more, never used",          {0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, false, kLeftAlone},
+        {"users, but never used",     {7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, false, kLeftAlone},
+        {"other values, never used",  {0, 1, 1, 9, 0, 0, 0, 0, 0, 0, 0}, false, kLeftAlone},
+        {"a gap between those raised", {0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0}, false, kLeftAlone},
         // clang-format on
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         const int set = MakeSet(c.values, c.used);
-        EXPECT_EQ(StatusOf([] { return UseEverything(); }), c.finished ? kAll : 0);
-        EXPECT_EQ(FindSet(), c.finished ? -1 : set);
-        EXPECT_EQ(SemaphoreValues(set), c.finished ? std::vector<int>() : c.values);
+        EXPECT_EQ(ServedToAnother(c.fate != kJoined), c.fate == kLeftAlone ? 0 : kAll);
+        EXPECT_EQ(FindSet(), c.fate == kFinished ? -1 : set);
+        EXPECT_EQ(SemaphoreValues(set), c.fate == kFinished ? std::vector<int>() : c.values);
         EXPECT_EQ(FindSegment(), -1);
         Sweep();
     }
 }
 
-TEST_F(StrangersTest, SetInUseIsJoinedAsItIs) {
-    const std::vector<int> values = {3, 1, 1, 1, 1, 1, 0, 1, 0, 1, 1};
-    const int set = MakeSet(values, true);
-    EXPECT_EQ(StatusOf([] { return UseEverything(false); }), kAll);
-    EXPECT_EQ(SemaphoreValues(set), values);
-    Sweep();
-}
-
 TEST_F(StrangersTest, SegmentThatIsNotOursIsLeftAlone) {
-    struct Case {
+    const struct {
         const char* what;
         void (*change)(ByteString&);
-    };
-    const Case cases[] = {
+    } cases[] = {
         // clang-format off
         {"other name",             [](ByteString& s) { s[0] = 'B'; }},
         {"longer name",            [](ByteString& s) { s[15] = 'x'; }},
@@ -79,12 +72,12 @@ TEST_F(StrangersTest, SegmentThatIsNotOursIsLeftAlone) {
         {"no units, but a name",   [](ByteString& s) { s.assign(65536, 0); s[0] = 'B'; }},
         // clang-format on
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         ByteString content = SegmentInUse(1);
         c.change(content);
         const int segment = MakeSegment(content);
-        EXPECT_EQ(StatusOf([] { return UseEverything(); }), 0);
+        EXPECT_EQ(ServedToAnother(), 0);
         ASSERT_EQ(FindSegment(), segment) << "removed";
         EXPECT_EQ(FirstDifference(SegmentView().All(), content), "");
         EXPECT_EQ(FindSet(), -1);
@@ -96,7 +89,7 @@ TEST_F(StrangersTest, SegmentThatIsUnfinishedIsFinished) {
     // Bytes of the header are there or not, from the front or in any other order, but for the
     // number of units.
     const ByteString whole = FreshSegment();
-    const ByteString empty(kSegmentBytes, 0);
+    const ByteString empty(whole.size(), 0);
     ByteString halfIdentity = empty;
     std::copy_n(whole.begin(), 90, halfIdentity.begin());
     ByteString allButCount = whole;
@@ -106,7 +99,7 @@ TEST_F(StrangersTest, SegmentThatIsUnfinishedIsFinished) {
     PutBlock(nameless, 34, "", 0, 475);
     for (const ByteString& content : {empty, halfIdentity, allButCount, whole, nameless}) {
         MakeSegment(content);
-        EXPECT_EQ(StatusOf([] { return UseEverything(); }), kAll);
+        EXPECT_EQ(ServedToAnother(), kAll);
         ExpectNothingIsLeft();
     }
 }
@@ -121,12 +114,11 @@ TEST_F(StrangersTest, WhatAnArenaHasIsServedAndNothingBeside) {
         const char* name;
         unsigned units;
     };
-    struct Case {
+    const struct {
         const char* what;
         std::vector<Block> blocks;
         int served;
-    };
-    const Case cases[] = {
+    } cases[] = {
         // clang-format off
         {"no room",         {{0, "Theirs", 509}}, 0},
         {"room for the buffers and one copy", {{0, "", 36}, {36, "Theirs", 473}}, kOnCopies},
@@ -136,17 +128,13 @@ TEST_F(StrangersTest, WhatAnArenaHasIsServedAndNothingBeside) {
         {"longer name",     {{0, "OutOffCopiesToo", 2}, {2, "Theirs", 507}}, 0},
         // clang-format on
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         ByteString content = start;
         for (const auto& [unit, name, units] : c.blocks)
             PutBlock(content, unit, name, *name == 0 ? 0 : 1, units);
         const SegmentView view(MakeSegment(content));
-        EXPECT_EQ(StatusOf([] {
-                      system_calls::AttachBetweenGuards();
-                      return UseEverything();
-                  }),
-                  c.served);
+        EXPECT_EQ(ServedToAnother(true, system_calls::AttachBetweenGuards), c.served);
         if (c.served == kOnCopies) {
             EXPECT_EQ(OnCopy(1), ByteString({0, 1, 0, 0, 0})) << "both";
         }

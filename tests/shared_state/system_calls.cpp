@@ -23,6 +23,7 @@ constexpr std::size_t kSegmentRoom = 65536;
 std::atomic<int> made = 0;
 system_calls::Watcher watching;
 bool guarding = false;
+bool refusing = false;
 
 template <class... Arguments>
 long Call(const char* name, long number, Arguments... arguments) {
@@ -34,6 +35,12 @@ long Call(const char* name, long number, Arguments... arguments) {
     return result;
 }
 
+bool IsRefused(int command) {
+    if (!refusing || command != IPC_RMID) return false;
+    errno = EPERM;
+    return true;
+}
+
 }  // namespace
 
 void system_calls::Watch(Watcher watcher) {
@@ -43,6 +50,10 @@ void system_calls::Watch(Watcher watcher) {
 
 int system_calls::Made() {
     return made;
+}
+
+void system_calls::RefuseRemoval() {
+    refusing = true;
 }
 
 void system_calls::AttachBetweenGuards() {
@@ -64,6 +75,7 @@ int semctl(int set, int semaphore, int command, ...) {
     va_start(rest, command);
     const long argument = va_arg(rest, long);
     va_end(rest);
+    if (IsRefused(command)) return -1;
     return static_cast<int>(Call("semctl", SYS_semctl, set, semaphore, command, argument));
 }
 
@@ -86,6 +98,7 @@ int shmdt(const void* address) {
 }
 
 int shmctl(int segment, int command, shmid_ds* state) {
+    if (IsRefused(command)) return -1;
     return static_cast<int>(Call("shmctl", SYS_shmctl, segment, command, state));
 }
 

@@ -2,8 +2,8 @@
  * @file system_calls.h
  * @brief Watches the program's System V and flock calls.
  *
- * Linked into a program, it takes semget, semop, semctl, shmget, shmat, shmdt, shmctl and flock,
- * and passes them on.
+ * Linked into a program, it takes semget, semop, semctl, shmget, shmat, shmdt,
+ * shmctl and flock, and passes them on.
  */
 #ifndef SYSTEM_CALLS_H
 #define SYSTEM_CALLS_H
@@ -20,6 +20,9 @@ using Watcher = std::function<void(const std::string& name, long result, int num
 void Watch(Watcher watcher);
 /** Calls since then. */
 int Made();
+
+/** From now on sets and segments cannot be removed, as if they were somebody else's. */
+void RefuseRemoval();
 
 /** Segments are attached between pages that must not be touched. */
 void AttachBetweenGuards();

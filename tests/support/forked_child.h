@@ -5,45 +5,32 @@
 #ifndef FORKED_CHILD_H
 #define FORKED_CHILD_H
 
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/sem.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <functional>
+#include "children.h"
+#include "outside_view.h"
 
-#include "led_key_files.h"
+constexpr int kChildFailed = 102;
 
-constexpr int kChildFailed = 1;
-
-/** A longer life of a child means that it hangs; SIGALRM then ends it. */
-constexpr unsigned kChildSeconds = 60;
-
-/** Waits for a child; yields its exit code, or minus the signal that ended it. */
+/** Exit status of a forked process, or minus the signal that ended it. */
 inline int AwaitChild(pid_t child) {
     int status = 0;
     if (waitpid(child, &status, 0) != child) return -1000;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-/** Runs `body` in a child, which ends without further ado; 0: every expectation in it held. */
+/** Runs `body` in a child; 0: every expectation in it held; minus the signal that ended it. */
 inline int RunInChild(const std::function<void()>& body) {
-    const pid_t child = fork();
-    if (child == 0) {
-        signal(SIGALRM, SIG_DFL);
-        alarm(kChildSeconds);
+    const int status = StatusOf([&] {
         body();
-        std::fflush(nullptr);
-        _exit(testing::Test::HasFailure() ? kChildFailed : 0);
-    }
-    return AwaitChild(child);
+        return 0;
+    });
+    return status > 128 ? 128 - status : status;
 }
 
 /** Ends all shared state for this process: a child, for its parent has to join anew. */
 inline void LoseSharedState() {
-    for (const int set : led_key_files::FindObjects().sets)
-        semctl(set, 0, IPC_RMID);
+    RemoveSet();
     led_key_files::WithholdKeys();
 }
 
