@@ -55,7 +55,8 @@ int usleep(useconds_t duration) {
     ThreadCalls& calls = ThreadCalls::Instance();
     if (calls.onSleep) calls.onSleep(duration);
     static auto* next = Next<int(useconds_t)>("usleep");
-    return next(duration / calls.sleepDivisor);
+    const useconds_t shortened = duration / calls.sleepDivisor;
+    return shortened == 0 ? 0 : next(shortened);
 }
 
 int pthread_attr_setdetachstate(pthread_attr_t* attributes, int state) noexcept {

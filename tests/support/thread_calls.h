@@ -18,7 +18,7 @@ struct ThreadCalls {
 
     /** Called before each usleep, on the thread that sleeps; empty: nothing is called. */
     std::function<void(useconds_t)> onSleep;
-    /** Sleeps are as many times shorter as this says. */
+    /** Sleeps are as many times shorter as this says; those below a microsecond are left out. */
     std::atomic<unsigned> sleepDivisor = 1;
 
     std::atomic<bool> refuseDetaching = false;
