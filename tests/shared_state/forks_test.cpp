@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdlib>
@@ -79,6 +80,19 @@ TEST_F(ForksTest, ChildThatUsesNothingTakesNothingBack) {
         EXPECT_EQ(SemaphoreValues(), Semaphores(1));
         EXPECT_NE(FindSegment(), -1);
         EXPECT_EQ(library.SetOutputBit(3, 1), 1);
+    });
+}
+
+TEST_F(ForksTest, ChildJoinsItsParentsSetThoughTheKeyFilesAreGone) {
+    RunLoaded([](LoadedLibrary& library) {
+        const int set = FindSet();
+        SweepKeyFiles();
+        EXPECT_EQ(StatusOf([&] {
+                      EXPECT_EQ(library.SetOutputBit(3, 1), 1);
+                      EXPECT_EQ(SemaphoreValues(set), Semaphores(2));
+                      return 0;
+                  }),
+                  0);
     });
 }
 
@@ -192,6 +206,8 @@ TEST_F(ForksTest, ChildForkedAtAnyCallOfAnOperationTakesNothingFromItsParent) {
                     alarm(20);
                     const auto start = std::chrono::steady_clock::now();
                     library.SetOutputBit(6, 1);
+                    const std::vector<int> values = SemaphoreValues();
+                    if (*std::max_element(values.begin() + 1, values.end()) > 1) _exit(4);
                     library.Unload();
                     const auto took = std::chrono::steady_clock::now() - start;
                     _exit(took < std::chrono::milliseconds(900) ? 0 : 3);
