@@ -2,15 +2,15 @@
  * @file eeprom_test.cpp
  * @brief The EEPROM: how its part is found out, recorded and told, ranges, chunks, and the lock.
  */
+#include "board/eeprom.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <mutex>
 #include <thread>
 
-#include "board/eeprom.h"
 #include "board_test.h"
-#include "forked_child.h"
 #include "shared_entries.h"
 
 using simulator::BoardEeprom;
@@ -317,24 +317,6 @@ TEST_F(EepromTest, TheLockIsHeldFromTheCheckToTheLastChunk) {
     EXPECT_EQ(board.ReadEEPROM(8, data.data(), 100), 0);
     EXPECT_EQ(board.ReadEEPROM(7, data.data(), 100), 0);
     EXPECT_EQ(SharedSemaphore(4), 1) << "given back after failures, too";
-}
-
-TEST_F(EepromTest, WithoutSharedStateOperationsFailAfterTheChecksThatNeedNone) {
-    Open(Model::kK44);
-    const int result = RunInChild([this] {
-        LoseSharedState();
-        Expect({
-            {CALL(ConfigureEEPROM(nullptr)), 0, 30, {}},
-            {CALL(ConfigureEEPROM(Told(E24LC16))), 0, 38, {}},
-            {CALL(CheckEEPROM(nullptr)), 0, 30, {}},
-            {CALL(CheckEEPROM(&found)), 0, 38, {}},
-            {CALL(ReadEEPROM(7, nullptr, 1)), 0, 8, {}},
-            {CALL(ReadEEPROM(8, nullptr, 70000)), 0, 38, {}},
-            {CALL(WriteEEPROM(8, nullptr, 70000)), 0, 38, {}},
-            {CALL(InitPort(0)), 0, 38, {{74, 6, {}}}},
-        });
-    });
-    EXPECT_EQ(result, 0);
 }
 
 }  // namespace

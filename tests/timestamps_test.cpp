@@ -4,13 +4,12 @@
  * program or a lying driver can do to it.
  */
 #include <signal.h>
-#include <sys/mman.h>
 
 #include <atomic>
 #include <optional>
 
 #include "board_test.h"
-#include "forked_child.h"
+#include "children.h"
 #include "shared_entries.h"
 
 namespace {
@@ -194,21 +193,17 @@ TEST_F(TimestampsTest, TheLockIsHeldOverTheFetchAndAFailedOneLeavesTheEntryEmpty
     }
 }
 
-/** Memory that forked children share with the test. */
-struct Tally {
-    std::atomic<unsigned> fetched;  // records that the board has delivered
-    std::atomic<unsigned> received;
-    std::atomic<unsigned> times[4096];  // that each record was received
-};
-
 TEST_F(TimestampsTest, ProcessesThatShareABoardNeverGetARecordTwice) {
     static constexpr unsigned kRecords = 4000;
-    auto* tally = static_cast<Tally*>(
-        mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    ASSERT_NE(tally, MAP_FAILED);
+    struct Tally {
+        std::atomic<unsigned> fetched = 0;  // records that the board has delivered
+        std::atomic<unsigned> received = 0;
+        std::atomic<unsigned> times[kRecords] = {};  // that each record was received
+    };
+    const InSharedMemory<Tally> tally;
     OpenConfigured(Model::kK44);
     // A record is its own number, as data and timestamp; a fetch brings one to four.
-    driver.AnswerWith([tally](const Exchange&) {
+    driver.AnswerWith([&](const Exchange&) {
         DriverAnswer answer;
         const unsigned first = tally->fetched;
         const unsigned end = std::min(first + 1 + first % 4, kRecords);
@@ -220,7 +215,7 @@ TEST_F(TimestampsTest, ProcessesThatShareABoardNeverGetARecordTwice) {
         return answer;
     });
     const auto drain = [&](_usbSerialPort port) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        const auto deadline = std::chrono::steady_clock::now() + kPatience;
         while (tally->received < kRecords && std::chrono::steady_clock::now() < deadline) {
             ASSERT_EQ(Call(k8Bit, port), 1);
             if (received == 0) continue;
@@ -228,54 +223,37 @@ TEST_F(TimestampsTest, ProcessesThatShareABoardNeverGetARecordTwice) {
             ++tally->received;
         }
     };
-    std::vector<pid_t> children;
+    std::vector<Child> children;
     for (int i = 0; i < 4; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
+        children.emplace_back([&] {
             drain(kPorts[i % 2]);
-            _exit(HasFailure() ? kChildFailed : 0);
-        }
-        children.push_back(child);
+            return 0;
+        });
     }
     drain(kPort0);
-    for (const pid_t child : children)
-        EXPECT_EQ(AwaitChild(child), 0);
+    for (Child& child : children)
+        EXPECT_EQ(child.Wait(), 0);
     for (unsigned record = 0; record < kRecords; ++record)
         ASSERT_EQ(tally->times[record], 1U) << record;
-    munmap(tally, sizeof(Tally));
 }
 
 TEST_F(TimestampsTest, AProcessKilledInAFetchLosesOnlyWhatThatFetchBrought) {
     OpenConfigured(Model::kK44);
     driver.AnswerNext({.reply = {1, 2, 3, 4}});
     EXPECT_EQ(Next(), (Received{1, 2, 1}));
-    const int killed = RunInChild([this] {
+    const int killed = StatusOf([this] {
         EXPECT_EQ(Next(), (Received{3, 4, 1}));
         driver.AnswerWith([](const Exchange&) {
             raise(SIGKILL);
             return DriverAnswer{};
         });
         Next();
+        return 0;
     });
-    EXPECT_EQ(killed, -SIGKILL);
+    EXPECT_EQ(killed, 128 + SIGKILL);
     EXPECT_EQ(SharedSemaphore(5), 1) << "its lock came free";
     driver.AnswerNext({.reply = {7, 8}});
     EXPECT_EQ(Next(), (Received{7, 8, 1}));
-}
-
-TEST_F(TimestampsTest, WithoutSharedStateOperationsFailAfterTheChecksThatNeedNone) {
-    OpenConfigured(Model::kK44);
-    const int result = RunInChild([this] {
-        LoseSharedState();
-        constexpr auto kNoPort = static_cast<_usbSerialPort>(2);
-        Expect({
-            {"8 bits", [&] { return Call(k8Bit); }, 0, 38, {}},
-            {"9 bits", [&] { return Call(k9Bit); }, 0, 38, {}},
-            {"no port", [&] { return Call(k8Bit, kNoPort); }, 0, 8, {}},
-            {CALL(ReceiveByteWithTimestamp(kPort0, nullptr, &byte, &received)), 0, 30, {}},
-        });
-    });
-    EXPECT_EQ(result, 0);
 }
 
 }  // namespace
