@@ -57,6 +57,10 @@ Bytes BytesOf(const K40EEPROM& part) {
     return bytes;
 }
 
+unsigned short Address(std::size_t number) {
+    return static_cast<unsigned short>(number);
+}
+
 DriverAnswer AnswerOf(BoardEeprom& part, const Exchange& exchange) {
     simulator::Answer answer;
     if (exchange.command == 74) return {.reply = {1}};
@@ -74,8 +78,8 @@ protected:
         driver.AnswerWith([&part](const Exchange& exchange) { return AnswerOf(part, exchange); });
     }
 
-    void OpenRecorded(Model model, const K40EEPROM& part = E24LC256, int speedMbit = 480) {
-        Open(model, speedMbit);
+    void OpenRecorded(Model model, const K40EEPROM& part = E24LC256) {
+        Open(model);
         AcceptEverything();
         ASSERT_EQ(board.ConfigureEEPROM(Told(part)), 1);
         StartAfresh();
@@ -232,72 +236,49 @@ TEST_F(EepromTest, ConfiguringRecordsThePartOfItsBoardAndTellsTheBoard) {
     Expect({{CALL(ConfigureEEPROM(nullptr)), 0, 30, {}}, {CALL(CheckEEPROM(nullptr)), 0, 30, {}}});
 }
 
-struct Range {
-    const char* what;
-    const K40EEPROM* part;
-    unsigned short address;
-    unsigned length;
-    bool hasData;
-    int error;
-};
+TEST_F(EepromTest, ARangeEndsBeforeTheLastByteOfThePartAndIsCheckedBeforeThePointer) {
+    unsigned char byte = 7;
+    OpenRecorded(Model::kK40);
+    Expect({{CALL(ReadEEPROM(8, &byte, 0)), 1, 0, {}},
+            {CALL(ReadEEPROM(8, nullptr, 0)), 0, 30, {}},
+            {CALL(ReadEEPROM(32760, nullptr, 8)), 0, 8, {}},
+            {CALL(WriteEEPROM(32768, &byte, 0)), 0, 8, {}},
+            {CALL(ReadEEPROM(8, &byte, 0xFFFFFFF8)), 0, 8, {}}});  // a sum of 32 bits would be 0
+    OpenRecorded(Model::kK44, E24LC512);
+    Expect({{CALL(WriteEEPROM(65534, &byte, 1)), 1, 0, {{4, 2, {1, 254, 255, 7}}}},
+            {CALL(WriteEEPROM(65534, &byte, 2)), 0, 8, {}}});
+}
 
-// clang-format off
-const Range kRanges[] = {
-    {"reserved, before pointer",  &E24LC256, 7,      0,          false, 8},
-    {"first, nothing",            &E24LC256, 8,      0,          true,  0},
-    {"null, even for nothing",    &E24LC256, 8,      0,          false, 30},
-    {"up to the last but one",    &E24LC256, 32760,  7,          true,  0},
-    {"including the last",        &E24LC256, 32760,  8,          true,  8},
-    {"beyond, before pointer",    &E24LC256, 32760,  8,          false, 8},
-    {"nothing behind the last",   &E24LC256, 32768,  0,          true,  8},
-    {"sum of 32 bits is 0",       &E24LC256, 8,      0xFFFFFFF8, true,  8},
-    {"largest part",              &E24LC512, 65534,  1,          true,  0},
-    {"largest part, last",        &E24LC512, 65534,  2,          true,  8},
-};
-// clang-format on
-
-TEST_F(EepromTest, RangeIsCheckedThenThePointer) {
-    Bytes room(64);
-    for (const Model model : kModels) {
-        for (const Range& range : kRanges) {
-            SCOPED_TRACE(range.what);
-            OpenRecorded(model, *range.part);
-            driver.AnswerWith([](const Exchange&) { return DriverAnswer{.reply = {1}}; });
-            unsigned char* data = range.hasData ? room.data() : nullptr;
-            EXPECT_EQ(board.ReadEEPROM(range.address, data, range.length), range.error == 0);
-            EXPECT_EQ(board.GetLastError(), range.error);
-            EXPECT_EQ(driver.Sent().size(), range.error == 0 ? range.length : 0);
-            StartAfresh();
-            EXPECT_EQ(board.WriteEEPROM(range.address, data, range.length), range.error == 0);
-            EXPECT_EQ(board.GetLastError(), range.error);
-            EXPECT_EQ(driver.Sent().size(), range.error == 0 && range.length > 0 ? 1U : 0U);
-        }
+TEST_F(EepromTest, WhatIsWrittenIsThereInAsFewChunksAsPossibleAtEitherSpeed) {
+    for (const int speedMbit : {12, 480}) {
+        Open(Model::kK44, speedMbit);
+        ASSERT_EQ(board.ConfigureEEPROM(Told(E24LC256)), 1);
+        ExpectToKeepWhatIsWritten({
+            .write = [&](auto at, auto... of) { return board.WriteEEPROM(Address(at), of...); },
+            .read = [&](auto at, auto... of) { return board.ReadEEPROM(Address(at), of...); },
+            .first = 8,
+            .end = 32767,
+            .edges = {256, 32767},
+            .longestWrite = 57,
+            .longestRead = 58,
+            .contents = simulated->eeprom.Chip().Contents(),
+            .placeOf = [](std::size_t at) { return at; },
+        });
     }
 }
 
-TEST_F(EepromTest, ChunksAreOfOneSizeAtEitherSpeed) {
-    for (const int speedMbit : {12, 480}) {
-        OpenRecorded(Model::kK44, E24LC256, speedMbit);
-        Bytes data(104, 0xEE);
-        driver.AnswerNext({.reply = Bytes(58, 1)});
-        driver.AnswerNext({.reply = Bytes(42, 2)});
-        Expect({{CALL(ReadEEPROM(0x01F0, data.data(), 100)),
-                 1,
-                 0,
-                 {{5, 2, {58, 0xF0, 1}}, {5, 2, {42, 0x2A, 2}}}}});
-        Bytes expected(58, 1);
-        expected.insert(expected.end(), 42, 2);
-        expected.insert(expected.end(), 4, 0xEE);
-        EXPECT_EQ(data, expected);
-        Bytes first = {57, 0xF0, 1};
-        first.insert(first.end(), 57, 1);
-        Expect({{CALL(WriteEEPROM(0x01F0, data.data(), 59)),
-                 1,
-                 0,
-                 {{4, 2, first}, {4, 2, {2, 0x29, 2, 1, 2}}}}});
-        driver.AnswerNext({.status = 9});
-        Expect({{CALL(WriteEEPROM(0x01F0, data.data(), 100)), 0, 9, {{4, 2, first}}}});
-    }
+TEST_F(EepromTest, AFailingChunkEndsTheTransfer) {
+    OpenRecorded(Model::kK44);
+    Bytes data(100, 1), first = {57, 0xF0, 1};
+    first.insert(first.end(), 57, 1);
+    driver.AnswerNext({.status = 9});
+    Expect({{CALL(WriteEEPROM(0x01F0, data.data(), 100)), 0, 9, {{4, 2, first}}}});
+    driver.AnswerNext({.reply = Bytes(58, 2)});
+    driver.AnswerNext({.status = 9, .reply = Bytes(42, 3)});
+    Expect({{CALL(ReadEEPROM(0x01F0, data.data(), 100)),
+             0,
+             9,
+             {{5, 2, {58, 0xF0, 1}}, {5, 2, {42, 0x2A, 2}}}}});
 }
 
 TEST_F(EepromTest, TheLockIsHeldFromTheCheckToTheLastChunk) {

@@ -5,10 +5,10 @@
  */
 #include <algorithm>
 #include <map>
-#include <numeric>
 #include <type_traits>
 
 #include "board_test.h"
+#include "forked_child.h"
 #include "shared_entries.h"
 
 namespace {
@@ -483,6 +483,43 @@ TEST_F(OperationsTest, WithNoBoardOpenAllFailAndOnlySasSaysWhy) {
         {CALL(WriteLargeSRAM(~0UL, nullptr, ~0UL)), 0, 0, {}},
         {CALL(ConfigureChangedInputsCallback(nullptr, nullptr, nullptr)), 0, 0, {}},
     });
+}
+
+TEST_F(OperationsTest, WithoutSharedStateThoseThatNeedItFailAfterTheChecksThatNeedNone) {
+    OpenConfigured(Model::kK44);
+    K40EEPROM part = E24LC16;
+    const auto callAll = [&] {
+        LoseSharedState();
+        for (const Group& group : groups) {
+            for (const Operation& operation : group.operations) {
+                const int command = operation.sent.command;
+                const bool isEeprom = command == 4 || command == 5;  // knows no range without it
+                if (!isEeprom && command != 77 && command != 83 && command != 84 && command != 102)
+                    continue;
+                arg.known.clear();
+                at.used = 0;
+                ExpectCall(operation, 0, 38, {});
+                for (at.missing = at.used - 1; at.missing >= 0; --at.missing)
+                    ExpectCall(operation, 0, isEeprom ? 38 : 30, {});
+                arg.allBad = true;
+                port = static_cast<_usbSerialPort>(2);
+                const int otherwise = group.onPort ? 8 : 38;
+                ExpectCall(operation, 0, isEeprom ? 38 : arg.ErrorBefore(kPort, otherwise), {});
+                arg.allBad = false;
+                port = kPort1;
+            }
+        }
+        driver.AnswerWith(nullptr);
+        Expect({
+            {CALL(ReadEEPROM(7, nullptr, 1)), 0, 8, {}},
+            {CALL(ConfigureEEPROM(nullptr)), 0, 30, {}},
+            {CALL(ConfigureEEPROM(&part)), 0, 38, {}},
+            {CALL(CheckEEPROM(nullptr)), 0, 30, {}},
+            {CALL(CheckEEPROM(&part)), 0, 38, {}},
+            {CALL(InitPort(0)), 0, 38, {{74, 6, {}}}},
+        });
+    };
+    EXPECT_EQ(RunInChild(callAll), 0);
 }
 
 TEST_F(OperationsTest, APortMustBeThereAndThenBeConfigured) {

@@ -8,110 +8,65 @@
 
 namespace {
 
-std::uint8_t PatternAt(std::size_t position) {
-    return static_cast<std::uint8_t>(position * 7 + position / 256 + 1);
+using SramTest = BoardTest;
+
+TEST_F(SramTest, ChunksSayWhereTheyGoAndOnlyBeforeTheProgramRunsWritesGoToItsPages) {
+    unsigned char d[] = {1, 2}, read[2];
+    struct Case {
+        Model model;
+        bool programRuns;
+        Call call;
+    };
+    const Case cases[] = {
+        // clang-format off
+        {Model::kK40, true,  {CALL(WriteSRAM(0x1FF, d, 2)), 1, 0, {{71, 6, {2, 255, 1, 1, 2}}}}},
+        {Model::kK40, false, {CALL(WriteSRAM(0xFFFE, d, 1)), 1, 0, {{71, 6, {1, 254, 255, 1}}}}},
+        {Model::kK40, true,  {CALL(ReadSRAM(0x1FF, read, 2)), 1, 0, {{70, 6, {2, 255, 1}}}}},
+        {Model::kK44, true,  {CALL(WriteLargeSRAM(196607, d, 2)), 1, 0,
+                              {{117, 6, {1, 0, 12, 255, 63, 1}}, {117, 6, {1, 0, 16, 0, 0, 2}}}}},
+        {Model::kK50, true,  {CALL(ReadLargeSRAM(999420, read, 2)), 1, 0,
+                              {{116, 6, {2, 0, 64, 252, 63}}}}},
+        {Model::kK44, false, {CALL(WriteSRAM(16383, d, 2)), 1, 0,
+                              {{117, 6, {1, 0, 13, 255, 63, 1}}, {117, 6, {1, 0, 14, 0, 0, 2}}}}},
+        {Model::kK50, false, {CALL(WriteSRAM(49152, d, 1)), 1, 0, {{117, 6, {1, 0, 16, 0, 0, 1}}}}},
+        {Model::kK44, false, {CALL(ReadSRAM(16383, read, 2)), 1, 0,
+                              {{116, 6, {1, 0, 1, 255, 63}}, {116, 6, {1, 0, 2, 0, 0}}}}},
+        // clang-format on
+    };
+    for (const Case& c : cases) {
+        c.programRuns ? Open(c.model) : OpenWithoutFirmware(c.model);
+        Expect({c.call});
+    }
 }
 
-struct Transfer {
-    const char* what;
-    Model model;
-    int speedMbit;
-    unsigned long address;
-    std::vector<Bytes> chunks;  // length, on K44 and K50 a zero and the page, offset low, high
-};
-
-class SramTest : public BoardTest {
-protected:
-    void ExpectTransfer(const Transfer& transfer, bool writes) {
-        SCOPED_TRACE(ModelName(transfer.model) + ": " + transfer.what);
-        const bool k40 = transfer.model == Model::kK40;
-        Bytes pattern;
-        Exchanges expected;
-        for (const Bytes& header : transfer.chunks) {
-            expected.push_back({(k40 ? 70 : 116) + writes, 6, header});
-            for (unsigned i = 0; i < header[0]; ++i) {
-                pattern.push_back(PatternAt(pattern.size()));
-                if (writes) expected.back().payload.push_back(pattern.back());
-            }
-        }
-        const std::size_t length = pattern.size();
-        StartAfresh();
-        if (writes) {
-            AcceptEverything();
-            EXPECT_EQ(board.WriteLargeSRAM(transfer.address, pattern.data(), length), 1);
-        } else {
-            AnswerReadsWithPattern();
-            Bytes data(length + 4, 0xEE);
-            EXPECT_EQ(board.ReadLargeSRAM(transfer.address, data.data(), length), 1);
-            pattern.insert(pattern.end(), 4, 0xEE);
-            EXPECT_EQ(data, pattern);
-        }
-        EXPECT_EQ(driver.Sent(), expected);
-    }
-
-    void AnswerReadsWithPattern() {
-        answered = 0;
-        driver.AnswerWith([this](const Exchange& exchange) {
-            DriverAnswer answer;
-            for (unsigned i = 0; i < exchange.payload[0]; ++i)
-                answer.reply.push_back(PatternAt(answered++));
-            return answer;
+TEST_F(SramTest, WhatIsWrittenIsThereInAsFewChunksAsPossible) {
+    struct Case {
+        Model model;
+        int speedMbit;
+        std::size_t end, longestWrite, longestRead;
+    };
+    const Case cases[] = {
+        {Model::kK40, 12, 65535, 57, 58},  {Model::kK40, 480, 65535, 249, 58},
+        {Model::kK44, 12, 475134, 55, 60}, {Model::kK44, 480, 475134, 247, 252},
+        {Model::kK50, 12, 999422, 55, 60}, {Model::kK50, 480, 999422, 247, 252},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(ModelName(c.model) + " " + std::to_string(c.speedMbit));
+        Open(c.model, c.speedMbit);
+        const bool k40 = c.model == Model::kK40;
+        ExpectToKeepWhatIsWritten({
+            .write = [&](auto... of) { return board.WriteLargeSRAM(of...); },
+            .read = [&](auto... of) { return board.ReadLargeSRAM(of...); },
+            .first = 0,
+            .end = c.end,
+            .edges = {16384, 196608, c.end},
+            .longestWrite = c.longestWrite,
+            .longestRead = c.longestRead,
+            .contents = simulated->memory.Contents(),
+            .placeOf = [k40](std::size_t at) { return k40 || at < 196608 ? at : at + 49152; },
+            .pageSize = k40 ? 65536U : 16384U,
         });
     }
-
-    std::size_t answered = 0;
-};
-
-// clang-format off
-const Transfer kWrites[] = {
-    {"slow",               Model::kK40, 12,  0x01FF, {{57, 255, 1}, {1, 56, 2}}},
-    {"fast",               Model::kK40, 480, 0x0100, {{249, 0, 1}, {1, 249, 1}}},
-    {"over 16 KB",         Model::kK40, 480, 16380,  {{10, 252, 63}}},
-    {"last byte",          Model::kK40, 480, 65534,  {{1, 254, 255}}},
-    {"slow",               Model::kK44, 12,  55,     {{55, 0, 1, 55, 0}, {1, 0, 1, 110, 0}}},
-    {"fast",               Model::kK44, 480, 0x0100, {{247, 0, 1, 0, 1}, {1, 0, 1, 247, 1}}},
-    {"to a page's end",    Model::kK44, 12,  16329,  {{55, 0, 1, 201, 63}, {55, 0, 2, 0, 0}}},
-    {"over the program",   Model::kK44, 480, 196607, {{1, 0, 12, 255, 63}, {1, 0, 16, 0, 0}}},
-    {"behind the program", Model::kK44, 480, 212992, {{1, 0, 17, 0, 0}}},
-    {"last byte",          Model::kK44, 480, 475133, {{1, 0, 32, 253, 63}}},
-    {"over a page",        Model::kK50, 12,  32760,  {{8, 0, 2, 248, 63}, {2, 0, 3, 0, 0}}},
-    {"last byte",          Model::kK50, 480, 999421, {{1, 0, 64, 253, 63}}},
-};
-const Transfer kReads[] = {
-    {"slow",               Model::kK40, 12,  0x01FF, {{58, 255, 1}, {1, 57, 2}}},
-    {"fast",               Model::kK40, 480, 0x0100, {{58, 0, 1}, {1, 58, 1}}},
-    {"last byte",          Model::kK40, 480, 65534,  {{1, 254, 255}}},
-    {"slow",               Model::kK44, 12,  0,      {{60, 0, 1, 0, 0}, {1, 0, 1, 60, 0}}},
-    {"fast",               Model::kK44, 480, 0x0100, {{252, 0, 1, 0, 1}, {1, 0, 1, 252, 1}}},
-    {"over the program",   Model::kK44, 480, 196606, {{2, 0, 12, 254, 63}, {6, 0, 16, 0, 0}}},
-    {"last byte",          Model::kK50, 480, 999421, {{1, 0, 64, 253, 63}}},
-};
-const Transfer kWritesWithoutProgram[] = {
-    {"one memory",         Model::kK40, 480, 0,      {{1, 0, 0}}},
-    {"program's pages",    Model::kK44, 480, 16383,  {{1, 0, 13, 255, 63}, {1, 0, 14, 0, 0}}},
-    {"no page left out",   Model::kK50, 480, 49152,  {{1, 0, 16, 0, 0}}},
-};
-// clang-format on
-
-TEST_F(SramTest, TransfersGoInTheLongestChunksThatFit) {
-    for (const Transfer& transfer : kWrites) {
-        Open(transfer.model, transfer.speedMbit);
-        ExpectTransfer(transfer, true);
-    }
-    for (const Transfer& transfer : kReads) {
-        Open(transfer.model, transfer.speedMbit);
-        ExpectTransfer(transfer, false);
-    }
-}
-
-TEST_F(SramTest, BeforeTheProgramRunsOnlyWritesGoToItsPages) {
-    for (const Transfer& transfer : kWritesWithoutProgram) {
-        OpenWithoutFirmware(transfer.model);
-        ExpectTransfer(transfer, true);
-    }
-    OpenWithoutFirmware(Model::kK44);
-    ExpectTransfer({"storage", Model::kK44, 480, 16383, {{1, 0, 1, 255, 63}, {1, 0, 2, 0, 0}}},
-                   false);
 }
 
 TEST_F(SramTest, RangeIsCheckedThenThePointer) {
@@ -128,19 +83,16 @@ TEST_F(SramTest, RangeIsCheckedThenThePointer) {
         Open(model);
         // clang-format off
         Expect({
-            {CALL(ReadLargeSRAM(end, &byte, 0)),             1, 0, {}},
-            {CALL(ReadLargeSRAM(end, &byte, 1)),             0, error, {}},
-            {CALL(ReadLargeSRAM(end + 1, &byte, 0)),         0, error, {}},
-            {CALL(ReadLargeSRAM(1, &byte, ~0UL)),            0, error, {}},
-            {CALL(ReadLargeSRAM(end, nullptr, 1)),           0, error, {}},
-            {CALL(ReadLargeSRAM(0, nullptr, 0)),             0, 30, {}},
-            {CALL(WriteLargeSRAM(end, &byte, 0)),            1, 0, {}},
-            {CALL(WriteLargeSRAM(end, &byte, 1)),            0, error, {}},
-            {CALL(WriteLargeSRAM(end + 1, &byte, 0)),        0, error, {}},
-            {CALL(WriteLargeSRAM(1UL << 32, &byte, 1)),      0, error, {}},
-            {CALL(WriteLargeSRAM(1, &byte, 0xFFFFFFFF)),     0, error, {}},
-            {CALL(WriteLargeSRAM(end, nullptr, 1)),          0, error, {}},
-            {CALL(WriteLargeSRAM(0, nullptr, 0)),            0, 30, {}},
+            {CALL(ReadLargeSRAM(end, &byte, 0)),        1, 0, {}},
+            {CALL(ReadLargeSRAM(end, nullptr, 1)),      0, error, {}},
+            {CALL(ReadLargeSRAM(end + 1, &byte, 0)),    0, error, {}},
+            {CALL(ReadLargeSRAM(1, &byte, ~0UL)),       0, error, {}},
+            {CALL(ReadLargeSRAM(0, nullptr, 0)),        0, 30, {}},
+            {CALL(WriteLargeSRAM(end, &byte, 0)),       1, 0, {}},
+            {CALL(WriteLargeSRAM(end, nullptr, 1)),     0, error, {}},
+            {CALL(WriteLargeSRAM(1UL << 32, &byte, 1)), 0, error, {}},
+            {CALL(WriteSRAM(1, &byte, 0xFFFFFFFF)),     0, error, {}},
+            {CALL(WriteLargeSRAM(0, nullptr, 0)),       0, 30, {}},
         });
         // clang-format on
     }
@@ -149,16 +101,13 @@ TEST_F(SramTest, RangeIsCheckedThenThePointer) {
 TEST_F(SramTest, SixteenBitPairReachesTheFirst64KilobytesAndALongLengthIsCut) {
     unsigned char data[] = {1, 2, 3, 4, 5, 6};
     Open(Model::kK44);
-    AnswerReadsWithPattern();
-    // clang-format off
-    Expect({
-        {CALL(WriteSRAM(65535, data + 1, 1)), 1, 0, {{117, 6, {1, 0, 4, 255, 63, 2}}}},
-        {CALL(ReadSRAM(65535, data, 1)), 1, 0, {{116, 6, {1, 0, 4, 255, 63}}}},
-        {CALL(WriteLargeSRAM(9, data + 3, (1UL << 32) + 2)), 1, 0,
-         {{117, 6, {2, 0, 1, 9, 0, 4, 5}}}},
-        {CALL(WriteSRAM(0, data, 0xFFFFFFFF)), 0, 8, {}},
-    });
-    // clang-format on
+    Expect({{CALL(WriteSRAM(65535, data + 1, 1)), 1, 0, {{117, 6, {1, 0, 4, 255, 63, 2}}}},
+            {CALL(ReadSRAM(65535, data, 1)), 1, 0, {{116, 6, {1, 0, 4, 255, 63}}}},
+            {CALL(WriteLargeSRAM(9, data + 3, (1UL << 32) + 2)),
+             1,
+             0,
+             {{117, 6, {2, 0, 1, 9, 0, 4, 5}}}}});
+    EXPECT_EQ(data[0], 2);
 }
 
 TEST_F(SramTest, AFailingChunkEndsTheTransfer) {

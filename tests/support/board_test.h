@@ -7,7 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -26,6 +29,26 @@ constexpr _usbSerialPort kPorts[] = {kPort0, kPort1};
 inline int ChannelOf(_usbSerialPort port) {
     return port == kPort0 ? 3 : 4;
 }
+
+/** The fewest in which a transfer can go, none of more than `longest` bytes or over a page. */
+inline std::size_t ExchangesNeeded(std::size_t address, std::size_t length, std::size_t longest,
+                                   std::size_t pageSize = 65536) {
+    std::size_t exchanges = 0;
+    for (const std::size_t end = address + length; address < end; ++exchanges)
+        address += std::min({end - address, longest, pageSize - address % pageSize});
+    return exchanges;
+}
+
+/** A memory of the simulated board, as the application sees it and as it is. */
+struct Memory {
+    std::function<int(std::size_t address, unsigned char*data, unsigned length)> write, read;
+    std::size_t first, end;
+    std::vector<std::size_t> edges;  // where chunks may end
+    std::size_t longestWrite, longestRead;
+    std::span<const std::uint8_t> contents;
+    std::function<std::size_t(std::size_t address)> placeOf;
+    std::size_t pageSize = 65536;
+};
 
 /** One call of an operation, and all that must come of it. */
 struct Call {
@@ -54,7 +77,7 @@ protected:
     void Open(Model model, int speedMbit = 480) {
         board.close();
         driver.Reset();
-        driver.AddBoard(0, model, speedMbit);
+        simulated = &driver.AddBoard(0, model, speedMbit);
         ASSERT_EQ(board.InitPort(0), 1) << ModelName(model) << " did not open";
         StartAfresh();
     }
@@ -63,7 +86,7 @@ protected:
     void OpenWithoutFirmware(Model model, int speedMbit = 480) {
         board.close();
         driver.Reset();
-        driver.AddBoard(0, model, speedMbit);
+        simulated = &driver.AddBoard(0, model, speedMbit);
         driver.AnswerWith([](const Exchange&) { return DriverAnswer{.status = 5}; });
         EXPECT_EQ(board.InitPort(0), 0);
         driver.AnswerWith(nullptr);
@@ -99,6 +122,36 @@ protected:
         }
     }
 
+    /**
+     * What is written is there, and read again, and nothing else has changed; chunks are as few as
+     * possible. The simulated board refuses those that are too long or over a page.
+     */
+    void ExpectToKeepWhatIsWritten(const Memory& memory) {
+        std::mt19937 random(1);
+        Bytes expected(memory.contents.begin(), memory.contents.end());
+        for (int round = 0; round < 60; ++round) {
+            const std::size_t length = random() % (round % 8 == 0 ? 20000 : 600);
+            const std::size_t edge = memory.edges[random() % memory.edges.size()];
+            const std::size_t end = round % 2 == 0 ? random() % memory.end : edge + random() % 600;
+            const std::size_t address = std::clamp(end, memory.first + length, memory.end) - length;
+            const auto transfer = [&](auto& operation, Bytes& data, std::size_t longest) {
+                StartAfresh();
+                ASSERT_EQ(operation(address, data.data(), static_cast<unsigned>(length)), 1);
+                ASSERT_EQ(driver.Sent().size(),
+                          ExchangesNeeded(address, length, longest, memory.pageSize));
+            };
+            Bytes data(length + 1);
+            std::generate(data.begin(), data.end(), random);
+            transfer(memory.write, data, memory.longestWrite);
+            for (std::size_t i = 0; i < length; ++i)
+                expected[memory.placeOf(address + i)] = data[i];
+            ASSERT_TRUE(std::ranges::equal(memory.contents, expected)) << address;
+            Bytes read(length + 1, data[length]);
+            transfer(memory.read, read, memory.longestRead);
+            ASSERT_EQ(read, data);
+        }
+    }
+
     /** Nothing sent, last error 0. */
     void StartAfresh() {
         driver.ForgetSent();
@@ -107,6 +160,7 @@ protected:
 
     InProcessDriver& driver = InProcessDriver::Instance();
     MarvaneUSB board;
+    simulator::Board* simulated = nullptr;  // the last one opened; answers where no test does
 };
 
 #endif  // BOARD_TEST_H
