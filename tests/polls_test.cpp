@@ -180,33 +180,6 @@ TEST_F(PollsTest, TimeoutsGoOutInTheirUnits) {
     }
 }
 
-TEST_F(PollsTest, ChecksComeInOrder) {
-    Bytes longest = {33, 60};
-    longest.insert(longest.end(), bytes, bytes + 60);
-    constexpr auto kNoPort = static_cast<_usbSerialPort>(2);
-    CCTalkConfig wrong = CcTalk();
-    wrong.Index = 4;
-    Open(Model::kK44);
-    AcceptEverything();
-    ASSERT_EQ(Configure(kPort1), 1);
-    // clang-format off
-    Expect({
-        {CALL(SetTimeoutMessage(kNoPort, nullptr, 61, -1)),   0, 7,  {}},
-        {CALL(SetTimeoutMessage(kPort0, nullptr, 60, -1)),    0, 8,  {}},
-        {CALL(SetTimeoutMessage(kNoPort, nullptr, 60, 1)),    0, 30, {}},
-        {CALL(SetTimeoutMessage(kPort1, bytes, 60, 1)),       1, 0,  {{101, 4, longest}}},
-        {CALL(ConfigureCCTalkPort(kPort0, &wrong)),           0, 38, {}},
-        {CALL(SetPolledHostTimeout(kPort0, 4, 1)),            0, 8,  {}},
-        {CALL(EmptyPolledBuffer(kPort0, 4)),                  0, 8,  {}},
-        {CALL(DeletePolledMessage(kPort0, 255)),              0, 8,  {}},
-        {CALL(ReceivePolledMessage(kPort0, 4, bytes, &length, &status)),       0, 8, {}},
-        {CALL(ReceivePolledMessageEx(kPort0, 4, bytes, 9, &length, &status)),  0, 8, {}},
-        {CALL(SetSASMachineAddress(kPort0, 128)),             0, 8,  {}},
-        {CALL(SetSASMachineAddress(kPort1, 127)),             1, 0,  {{122, 4, {127}}}},
-    });
-    // clang-format on
-}
-
 TEST_F(PollsTest, AMessageIsReadOverAllItsRepliesWhereThereIsRoom) {
     struct Case {
         const char* what;
