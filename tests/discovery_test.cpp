@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "board_test.h"
 
@@ -111,35 +112,32 @@ std::string Description() {
 }
 
 TEST_F(DiscoveryTest, EachFailedOpeningSaysWhyAndWhatMendsIt) {
-    const std::string sysfs = "/sys/class/Kovar/Kovar_2/device/";
-    const std::string node = "/dev/Kovar_2";
+    const std::string unreachable =
+        "no such file or directory; the driver knows the board: does this process see the "
+        "machine's own /dev?";
+    const std::string download =
+        "/dev/Kovar_2 could be opened, but its program could not be downloaded: ";
+    const std::string query = "command 74 on channel 6 of /dev/Kovar_2";
     struct Case {
-        const char* what;
         std::function<void()> spoil;
         std::string described;
     };
     const Case cases[] = {
         // clang-format off
-        {"another product", [&] { driver.SetFile(2, "product", "Mouse\x1b\nX"); },
-         sysfs + "product says 'Mouse?', no board of this library"},
-        {"another speed",   [&] { driver.SetFile(2, "speed", "5000\n"); },
-         sysfs + "speed says '5000', neither 12 nor 480"},
-        {"no node",         [&] { driver.SetNode(2, false); },
-         "cannot open " + node + ": no such file or directory; the driver knows the board: does "
-         "this process see the machine's own /dev?"},
-        {"node refused",    [&] { driver.RefuseNode(2, EACCES); },
-         "cannot open " + node + ": permission denied"},
-        {"unplugged",       [&] { driver.AnswerNext({.error = ENODEV}); },
-         node + " could be opened, but its program could not be downloaded: USB_ERR_TRANSFER_FAILED: "
-         "command 74 on channel 6 of " + node + ": no such device; the board was unplugged: close "
-         "it, and open it once it is back"},
-        {"refuses",         [&] { driver.AnswerNext({.status = 77}); },
-         node + " could be opened, but its program could not be downloaded: status 77 of the board: "
-         "command 74 on channel 6 of " + node + " was refused"},
+        {[&] { driver.SetFile(2, "product", "Mouse\x1b\nX"); },
+         "/sys/class/Kovar/Kovar_2/device/product says 'Mouse?', no board of this library"},
+        {[&] { driver.SetFile(2, "speed", "5000\n"); },
+         "/sys/class/Kovar/Kovar_2/device/speed says '5000', neither 12 nor 480"},
+        {[&] { driver.SetNode(2, false); },       "cannot open /dev/Kovar_2: " + unreachable},
+        {[&] { driver.RefuseNode(2, EACCES); },   "cannot open /dev/Kovar_2: permission denied"},
+        {[&] { driver.AnswerNext({.error = ENODEV}); },
+         download + "USB_ERR_TRANSFER_FAILED: " + query + ": no such device; the board was "
+         "unplugged: close it, and open it once it is back"},
+        {[&] { driver.AnswerNext({.status = 77}); },
+         download + "status 77 of the board: " + query + " was refused"},
         // clang-format on
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
         for (const bool any : {false, true}) {
             driver.Reset();
             driver.AddBoard(2, Model::kK44);
@@ -155,10 +153,8 @@ TEST_F(DiscoveryTest, EachFailedOpeningSaysWhyAndWhatMendsIt) {
     driver.SetNode(0, false);
     AddBoardWithIdentity(2, 5);
     EXPECT_EQ(board.InitUSBBoard(1), 0);
-    EXPECT_EQ(Description(),
-              "cannot open /dev/Kovar_0: no such file or directory; the driver knows the board: "
-              "does this process see the machine's own /dev?; the board of /dev/Kovar_2 has "
-              "identity 5");
+    EXPECT_EQ(Description(), "cannot open /dev/Kovar_0: " + unreachable +
+                                 "; the board of /dev/Kovar_2 has identity 5");
 }
 
 TEST_F(DiscoveryTest, TheLastFailedCallIsDescribedWhateverSucceedsAfterIt) {
@@ -173,24 +169,20 @@ TEST_F(DiscoveryTest, TheLastFailedCallIsDescribedWhateverSucceedsAfterIt) {
     EXPECT_EQ(Description(),
               "USB_ERR_NOT_CONFIGURED: the input, reel or port has not been configured since the "
               "board was opened");
-    struct Case {
-        DriverAnswer answer;
-        const char* described;
+    const std::string exchange = ": command 75 on channel 1 of /dev/Kovar_0";
+    const std::pair<DriverAnswer, std::string> cases[] = {
+        // clang-format off
+        {{.status = -16},       "status -16 of the board" + exchange + " was refused"},
+        {{.claimedLength = 1},
+         "USB_ERR_DATA_TOO_LONG" + exchange + ": the board's reply is of impossible length"},
+        {{.echo = 9},
+         "USB_ERR_TRANSFER_FAILED" + exchange + ": the board answered another command"},
+        // clang-format on
     };
-    for (const Case& c : {
-             Case{{.status = -16},
-                  "status -16 of the board: command 75 on channel 1 of "
-                  "/dev/Kovar_0 was refused"},
-             Case{{.claimedLength = 1},
-                  "USB_ERR_DATA_TOO_LONG: command 75 on channel 1 of "
-                  "/dev/Kovar_0: the board's reply is of impossible length"},
-             Case{{.echo = 9},
-                  "USB_ERR_TRANSFER_FAILED: command 75 on channel 1 of "
-                  "/dev/Kovar_0: the board answered another command"},
-         }) {
-        driver.AnswerNext(c.answer);
+    for (const auto& [answer, described] : cases) {
+        driver.AnswerNext(answer);
         EXPECT_EQ(Identity(board), -1);
-        EXPECT_EQ(Description(), c.described);
+        EXPECT_EQ(Description(), described);
     }
     char part[8] = "1234567";
     EXPECT_GT(MarvaneUSB::DescribeFailure(part, 4), 80U);
@@ -199,34 +191,32 @@ TEST_F(DiscoveryTest, TheLastFailedCallIsDescribedWhateverSucceedsAfterIt) {
 }
 
 TEST(ErrorText, NamesEachCodeAndTellsAnyOtherNumberForAStatus) {
-    const struct {
-        int code;
-        const char* start;
-    } cases[] = {
-        {0, "USB_ERR_NONE: "},
-        {2, "USB_ERR_BAD_LENGTH: "},
-        {3, "USB_ERR_BAD_CHANNEL: "},
-        {6, "USB_ERR_TRANSFER_FAILED: "},
-        {7, "USB_ERR_DATA_TOO_LONG: "},
-        {8, "USB_ERR_OUT_OF_RANGE: "},
-        {10, "USB_ERR_BAD_BAUD_RATE: "},
-        {11, "USB_ERR_BAD_PORT_TYPE: "},
-        {16, "USB_ERR_BAD_REEL: "},
-        {25, "USB_ERR_NOT_SUPPORTED_K40: "},
-        {26, "USB_ERR_NOT_SUPPORTED_K44: "},
-        {30, "USB_ERR_NULL_POINTER: "},
-        {37, "USB_ERR_THREAD_START: "},
+    const std::pair<int, std::string> cases[] = {
+        // clang-format off
+        {0, "USB_ERR_NONE: "},               {2, "USB_ERR_BAD_LENGTH: "},
+        {3, "USB_ERR_BAD_CHANNEL: "},        {6, "USB_ERR_TRANSFER_FAILED: "},
+        {7, "USB_ERR_DATA_TOO_LONG: "},      {8, "USB_ERR_OUT_OF_RANGE: "},
+        {10, "USB_ERR_BAD_BAUD_RATE: "},     {11, "USB_ERR_BAD_PORT_TYPE: "},
+        {16, "USB_ERR_BAD_REEL: "},          {25, "USB_ERR_NOT_SUPPORTED_K40: "},
+        {26, "USB_ERR_NOT_SUPPORTED_K44: "}, {30, "USB_ERR_NULL_POINTER: "},
+        {37, "USB_ERR_THREAD_START: "},      {77, "status 77 of the board"},
         {38, "USB_ERR_NOT_CONFIGURED: input, reel or port not configured, or no shared state"},
-        {77, "status 77 of the board"},
-        {-16, "status -16 of the board"},
+        // clang-format on
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(std::string(MarvaneUSB::ErrorText(c.code)).rfind(c.start, 0), 0U) << c.code;
+    for (const auto& [code, start] : cases)
+        EXPECT_EQ(std::string(MarvaneUSB::ErrorText(code)).rfind(start, 0), 0U) << code;
     EXPECT_NE(MarvaneUSB::ErrorText(77), MarvaneUSB::ErrorText(78)) << "two in one line";
 }
 
-TEST_F(DiscoveryTest, OpeningAnotherBoardClosesTheFirst) {
+TEST_F(DiscoveryTest, AnUnpluggedBoardFailsEachCallAndOpeningAnotherClosesIt) {
     Open(Model::kK40);
+    driver.SetNode(0, false);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(Identity(board), -1);
+        EXPECT_EQ(board.GetLastError(), 6);
+    }
+    driver.SetNode(0, true);
+    EXPECT_EQ(board.InitPort(0), 1) << "plugged in again";
     driver.AddBoard(15, Model::kK50);
     EXPECT_EQ(board.InitPort(15), 1);
     EXPECT_EQ(FittedBoard(), 3);
@@ -312,51 +302,30 @@ TEST_F(DiscoveryTest, CopiesShareOneBoardUntilTheLastIsClosed) {
         assigned = copy;
         EXPECT_EQ(assigned.close(), 1);
         EXPECT_EQ(assigned.close(), 1);
-        EXPECT_EQ(Identity(copy), 0);
         board.close();
         EXPECT_EQ(FittedBoard(), 0);
         EXPECT_EQ(Identity(copy), 0);
         EXPECT_EQ(driver.OpenDescriptors(), 1);
+        MarvaneUSB& same = copy;
+        EXPECT_EQ(&(copy = same), &copy);
+        EXPECT_EQ(Identity(copy), 0) << "assigned to itself";
+        driver.AddBoard(1, Model::kK50);
+        ASSERT_EQ(board.InitPort(1), 1);
+        copy = board;
+        EXPECT_EQ(driver.OpenDescriptors(), 1) << "lets go of the old one";
+        board = assigned;
+        EXPECT_EQ(FittedBoard(), 0);
+        EXPECT_EQ(Identity(copy), 0);
     }
     EXPECT_EQ(driver.OpenDescriptors(), 0);
 }
 
-TEST_F(DiscoveryTest, AssignmentLetsGoOfTheOldBoardAndKeepsItselfWhole) {
-    Open(Model::kK44);
-    MarvaneUSB& same = board;
-    EXPECT_EQ(&(board = same), &board);
-    EXPECT_EQ(driver.OpenDescriptors(), 1);
-    driver.AddBoard(1, Model::kK50);
-    MarvaneUSB other;
-    ASSERT_EQ(other.InitPort(1), 1);
-    board = other;
-    EXPECT_EQ(driver.OpenDescriptors(), 1);
-    EXPECT_EQ(FittedBoard(), 3);
-    MarvaneUSB none;
-    board = none;
-    other = none;
-    EXPECT_EQ(FittedBoard(), 0);
-}
-
-TEST_F(DiscoveryTest, AnUnpluggedBoardFailsEachCallAndOpensAgainWhenReplugged) {
-    Open(Model::kK50);
-    driver.SetNode(0, false);
-    for (int round = 0; round < 2; ++round) {
-        EXPECT_EQ(Identity(board), -1);
-        EXPECT_EQ(board.GetLastError(), 6);
-    }
-    driver.SetNode(0, true);
-    EXPECT_EQ(board.InitPort(0), 1);
-    EXPECT_EQ(Identity(board), 0);
-}
-
 TEST_F(DiscoveryTest, VersionsAndSpeedNeedNoBoardButAPointer) {
-    unsigned char text[3] = {9, 9, 9};
-    EXPECT_EQ(board.GetProductVersion(text), 1);
-    EXPECT_EQ(Bytes(text, text + 3), Bytes({'1', 0, 9}));
-    text[0] = 9;
-    EXPECT_EQ(board.GetDllVersion(text), 1);
-    EXPECT_EQ(Bytes(text, text + 3), Bytes({'1', 0, 9}));
+    unsigned char product[] = {9, 9, 9}, library[] = {9, 9, 9};
+    EXPECT_EQ(board.GetProductVersion(product), 1);
+    EXPECT_EQ(Bytes(product, product + 3), Bytes({'1', 0, 9}));
+    EXPECT_EQ(board.GetDllVersion(library), 1);
+    EXPECT_EQ(Bytes(library, library + 3), Bytes({'1', 0, 9}));
     EXPECT_EQ(SpeedCode(), 0);
     Open(Model::kK40, 12);
     Expect({{CALL(GetProductVersion(nullptr)), 0, 30, {}},
