@@ -12,6 +12,20 @@ namespace {
 
 using Words = std::vector<unsigned short>;
 
+/** What the first receive after the library was loaded sent, before any test. */
+const Exchange kFirstReceive = [] {
+    InProcessDriver& driver = InProcessDriver::Instance();
+    driver.AddBoard(0, Model::kK44);
+    MarvaneUSB board;
+    _DCB line = {9600, 0, 0};
+    unsigned char byte = 0;
+    unsigned long length = 0;
+    board.InitPort(0);
+    board.SetConfig(kPort0, &line, USB_PORT_TYPE_0);
+    board.Receive(kPort0, &byte, &length);
+    return driver.Sent().back();
+}();
+
 constexpr std::uint8_t kGuard = 0xEE;
 constexpr unsigned short kGuardWord = 0xEEEE;
 
@@ -59,7 +73,8 @@ TEST_F(SerialReceiveTest, ReceivingGoesOnUntilAReplyIsEmpty) {
     EXPECT_EQ(NextMessageId(), static_cast<std::uint8_t>(id + 5)) << "port 1 uses up none";
 }
 
-TEST_F(SerialReceiveTest, MessageIdsAreOneSequenceForAllObjectsAndWrap) {
+TEST_F(SerialReceiveTest, MessageIdsAreOneSequenceForAllObjectsFrom0AndWrap) {
+    EXPECT_EQ(kFirstReceive, (Exchange{99, 3, {0}}));
     OpenConfigured(Model::kK44);
     driver.AddBoard(3, Model::kK50);
     driver.AnswerWith(nullptr);
@@ -217,28 +232,15 @@ TEST_F(SerialReceiveTest, AKeptHalfWordOpensThePortsNextReceiveOfAnyKind) {
     }
 }
 
-TEST_F(SerialReceiveTest, AKeptHalfWordNeedsNoRoomBeyondOneReply) {
-    OpenConfigured(Model::kK44);
-    Deliver({Bytes(255, 0x11), Bytes(256, 0x22), {1}});
-    ASSERT_EQ(board.Receive9BitDataEx(kPort0, words.data(), 128, &length), 1);
-    ASSERT_EQ(length, 127U);
-    ASSERT_EQ(board.Receive9BitDataEx(kPort0, words.data(), 128, &length), 1);
-    ASSERT_EQ(length, 128U);
-    EXPECT_EQ(words[0], 0x1122);
-    EXPECT_EQ(words[128], kGuardWord);
-    ASSERT_EQ(board.Receive9BitDataEx(kPort0, words.data(), 128, &length), 1);
-    ASSERT_EQ(length, 1U);
-    EXPECT_EQ(words[0], 0x2201);
-}
-
 TEST_F(SerialReceiveTest, BoundedReceivesLoseNothingHoweverRepliesAndRoomFall) {
     const auto seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    SCOPED_TRACE("seed " + std::to_string(seed) + ", or 1 in the first half");
+    std::mt19937 random(1);
     const auto upTo = [&random](std::size_t most) {
         return std::uniform_int_distribution<std::size_t>(1, most)(random);
     };
     for (int round = 0; round < 300; ++round) {
+        if (round == 150) random.seed(seed);
         const Model model = kModels[round % 3];
         const std::size_t longest = model == Model::kK40 ? 62 : 256;
         OpenConfigured(model);
@@ -253,7 +255,8 @@ TEST_F(SerialReceiveTest, BoundedReceivesLoseNothingHoweverRepliesAndRoomFall) {
         }
         Bytes received;
         do {
-            const unsigned long capacity = longest / 2 - 1 + upTo(100);
+            const bool isTight = upTo(2) == 1;  // room for one reply, and not for a kept byte more
+            const unsigned long capacity = longest / 2 + (isTight ? 0 : upTo(100));
             words.assign(capacity + 1, kGuardWord);
             ASSERT_EQ(board.Receive9BitDataEx(kPort1, words.data(), capacity, &length), 1);
             ASSERT_LE(length, capacity);
