@@ -77,8 +77,12 @@ TEST_F(FirmwareTest, TheWholeImageAndNothingElseGoesToTheProgramsPlaceInAsFewChu
         Bytes expected(contents.begin(), contents.end());
         ASSERT_EQ(board.DownloadHiCode(), 1);
         EXPECT_TRUE(simulated->memory.IsProgramRunning());
-        EXPECT_EQ(ExpectWholeDownload().size(),
-                  ExchangesNeeded(0, download.imageSize, download.longestChunk));
+        const Exchanges writes = ExpectWholeDownload();
+        EXPECT_EQ(writes.size(), ExchangesNeeded(0, download.imageSize, download.longestChunk));
+        std::size_t written = 0;
+        for (const Exchange& write : writes)
+            written += write.payload.at(0);
+        EXPECT_EQ(written, download.imageSize);
         const unsigned page = download.model == Model::kK40 ? 0 : 13;
         const auto program = simulated->memory.Bytes(page, 0, download.imageSize);
         const Bytes image(program.begin(), program.end());
