@@ -118,12 +118,9 @@ TEST_F(DiscoveryTest, EachFailedOpeningSaysWhyAndWhatMendsIt) {
     const std::string download =
         "/dev/Kovar_2 could be opened, but its program could not be downloaded: ";
     const std::string query = "command 74 on channel 6 of /dev/Kovar_2";
-    struct Case {
-        std::function<void()> spoil;
-        std::string described;
-    };
+    // clang-format off
+    struct Case { std::function<void()> spoil; std::string described; };
     const Case cases[] = {
-        // clang-format off
         {[&] { driver.SetFile(2, "product", "Mouse\x1b\nX"); },
          "/sys/class/Kovar/Kovar_2/device/product says 'Mouse?', no board of this library"},
         {[&] { driver.SetFile(2, "speed", "5000\n"); },
@@ -135,8 +132,8 @@ TEST_F(DiscoveryTest, EachFailedOpeningSaysWhyAndWhatMendsIt) {
          "unplugged: close it, and open it once it is back"},
         {[&] { driver.AnswerNext({.status = 77}); },
          download + "status 77 of the board: " + query + " was refused"},
-        // clang-format on
     };
+    // clang-format on
     for (const Case& c : cases) {
         for (const bool any : {false, true}) {
             driver.Reset();

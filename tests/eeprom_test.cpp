@@ -275,10 +275,8 @@ TEST_F(EepromTest, AFailingChunkEndsTheTransfer) {
     Expect({{CALL(WriteEEPROM(0x01F0, data.data(), 100)), 0, 9, {{4, 2, first}}}});
     driver.AnswerNext({.reply = Bytes(58, 2)});
     driver.AnswerNext({.status = 9, .reply = Bytes(42, 3)});
-    Expect({{CALL(ReadEEPROM(0x01F0, data.data(), 100)),
-             0,
-             9,
-             {{5, 2, {58, 0xF0, 1}}, {5, 2, {42, 0x2A, 2}}}}});
+    const Exchanges both = {{5, 2, {58, 0xF0, 1}}, {5, 2, {42, 0x2A, 2}}};
+    Expect({{CALL(ReadEEPROM(0x01F0, data.data(), 100)), 0, 9, both}});
 }
 
 TEST_F(EepromTest, TheLockIsHeldFromTheCheckToTheLastChunk) {

@@ -89,12 +89,9 @@ TEST_F(PollsTest, BothFormsSendThirteenBytesAndTheirMessages) {
 
 TEST_F(PollsTest, RangesAreCheckedAndMessagesAreAsLongAsTheirFramingSays) {
     OpenConfigured(Model::kK44);
-    struct CcTalkCase {
-        void (*change)(CCTalkConfig&);
-        std::size_t request;
-    };
+    // clang-format off
+    struct CcTalkCase { void (*change)(CCTalkConfig&); std::size_t request; };
     const CcTalkCase ccTalks[] = {
-        // clang-format off
         {[](auto& c) { c.Message1[1] = c.Message2[1] = 20; },  13 + 25 + 25},
         {[](auto& c) { c.Message1[1] = 21; },                  0},
         {[](auto& c) { c.Message2[1] = 21; },                  0},
@@ -104,8 +101,8 @@ TEST_F(PollsTest, RangesAreCheckedAndMessagesAreAsLongAsTheirFramingSays) {
         {[](auto& c) { c.Mode = 4; },                          0},
         {[](auto& c) { c.Mode = 256; },                        0},
         {[](auto& c) { c.Option = 5; },                        0},
-        // clang-format on
     };
+    // clang-format on
     for (const CcTalkCase& c : ccTalks) {
         CCTalkConfig config = CcTalk();
         c.change(config);
@@ -113,16 +110,13 @@ TEST_F(PollsTest, RangesAreCheckedAndMessagesAreAsLongAsTheirFramingSays) {
         ExpectRequest([&] { return board.ConfigureCCTalkPort(kPort0, &config); }, c.request);
         EXPECT_EQ(config.TimeMs, c.request > 0 ? 2550 : 9999) << "a refusal changes nothing";
     }
-    struct Rs232Case {
-        int lengthAt, extra, length1, length2;
-        std::size_t request;
-    };
+    // clang-format off
+    struct Rs232Case { int lengthAt, extra, length1, length2; std::size_t request; };
     const Rs232Case rs232s[] = {
-        // clang-format off
         {0, 0, 0, 0, 13}, {24, 0, 0, 25, 38}, {24, 5, 20, 20, 63}, {25, 0, 0, 0, 0},
         {2, 6, 20, 0, 0}, {2, 6, 0, 20, 0}, {2, 26, 0, 0, 0}, {2, 255, 1, 1, 0},
-        // clang-format on
     };
+    // clang-format on
     for (const Rs232Case& c : rs232s) {
         RS232PollConfig config = Rs232(c.lengthAt, c.extra, c.length1, c.length2);
         if (c.lengthAt == 25) config.Message2[0] = 0;  // what lies behind message 1
@@ -132,15 +126,13 @@ TEST_F(PollsTest, RangesAreCheckedAndMessagesAreAsLongAsTheirFramingSays) {
 }
 
 TEST_F(PollsTest, TheTimeIsSentInTensAndCutInTheCallersRecord) {
-    struct Case {
-        int timeMs, sent, kept;
-    };
+    // clang-format off
+    struct Case { int timeMs, sent, kept; };
     const Case cases[] = {
-        // clang-format off
         {0, 0, 0}, {9, 0, 9}, {10, 1, 10}, {2549, 254, 2549}, {2550, 255, 2550}, {2551, 255, 2550},
         {INT_MAX, 255, 2550}, {-9, 0, -9}, {-10, 255, -10}, {INT_MIN, 0x34, INT_MIN},
-        // clang-format on
     };
+    // clang-format on
     OpenConfigured(Model::kK44);
     for (const Case& c : cases) {
         CCTalkConfig config = CcTalk();

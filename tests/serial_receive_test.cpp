@@ -58,10 +58,8 @@ TEST_F(SerialReceiveTest, ReceivingGoesOnUntilAReplyIsEmpty) {
         return Exchange{99, 3, {static_cast<std::uint8_t>(id + more)}};
     };
     Deliver({{1, 2, 3}, Bytes(62, 4), {5}});
-    Expect({{CALL(Receive(kPort0, buffer.data(), &length)),
-             1,
-             0,
-             {request(0), request(1), request(2), request(3)}}});
+    const Exchanges requests = {request(0), request(1), request(2), request(3)};
+    Expect({{CALL(Receive(kPort0, buffer.data(), &length)), 1, 0, requests}});
     EXPECT_EQ(length, 66U);
     Bytes expected = {1, 2, 3};
     expected.insert(expected.end(), 62, 4);

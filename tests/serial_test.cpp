@@ -21,12 +21,9 @@ protected:
 };
 
 TEST_F(SerialTest, EachPortHasRatesOfItsOwn) {
-    struct Case {
-        unsigned long baud;
-        Bytes port0, port1;  // empty: the port does not have it
-    };
+    // clang-format off
+    struct Case { unsigned long baud; Bytes port0, port1; };  // empty: the port does not have it
     const Case cases[] = {
-        // clang-format off
         {110,    {},           {0xBB, 0xCA}},    {300,    {},           {0x78, 0xEC}},
         {600,    {},           {0x3C, 0xF6}},    {1200,   {0x98, 0x00}, {0x1F, 0xFB}},
         {2400,   {0x64, 0x01}, {0x8F, 0xFD}},    {4800,   {0xB2, 0x01}, {0xC8, 0xFE}},
@@ -35,8 +32,8 @@ TEST_F(SerialTest, EachPortHasRatesOfItsOwn) {
         {57600,  {},           {0xE6, 0xFF}},    {62500,  {0xFA, 0x01}, {0xE8, 0xFF}},
         {0,      {},           {}},              {9601,   {},           {}},
         {115200, {},           {}},              {9600 + (1UL << 32), {}, {}},
-        // clang-format on
     };
+    // clang-format on
     Open(Model::kK44);
     for (const Case& c : cases) {
         for (const _usbSerialPort port : kPorts) {
@@ -50,18 +47,14 @@ TEST_F(SerialTest, EachPortHasRatesOfItsOwn) {
 }
 
 TEST_F(SerialTest, TypeParityAndFlagsHaveTheirPlaces) {
-    struct Case {
-        int type;
-        unsigned parity, flags;
-        Bytes start;
-    };
+    // clang-format off
+    struct Case { int type; unsigned parity, flags; Bytes start; };
     const Case cases[] = {
-        // clang-format off
         {0, 1, 0x00, {0, 2, 0, 0}}, {1, 2,   0x00, {1, 1, 0, 0}}, {2, 3, 0x00, {2, 0, 0, 0}},
         {0, 5, 0x00, {0, 3, 0, 0}}, {3, 255, 0x00, {3, 0, 0, 0}}, {0, 0, 0x02, {0, 0, 0, 1}},
         {0, 0, 0x04, {0, 0, 1, 0}}, {0, 0,   0x08, {0, 0, 2, 0}}, {0, 0, 0xF1, {0, 0, 0, 0}},
-        // clang-format on
     };
+    // clang-format on
     for (const Case& c : cases) {
         Open(Model::kK50);
         EXPECT_EQ(SetLine(0, 9600, c.flags, c.parity, c.type), 1);

@@ -12,13 +12,9 @@ using SramTest = BoardTest;
 
 TEST_F(SramTest, ChunksSayWhereTheyGoAndOnlyBeforeTheProgramRunsWritesGoToItsPages) {
     unsigned char d[] = {1, 2}, read[2];
-    struct Case {
-        Model model;
-        bool programRuns;
-        Call call;
-    };
+    // clang-format off
+    struct Case { Model model; bool programRuns; Call call; };
     const Case cases[] = {
-        // clang-format off
         {Model::kK40, true,  {CALL(WriteSRAM(0x1FF, d, 2)), 1, 0, {{71, 6, {2, 255, 1, 1, 2}}}}},
         {Model::kK40, false, {CALL(WriteSRAM(0xFFFE, d, 1)), 1, 0, {{71, 6, {1, 254, 255, 1}}}}},
         {Model::kK40, true,  {CALL(ReadSRAM(0x1FF, read, 2)), 1, 0, {{70, 6, {2, 255, 1}}}}},
@@ -31,8 +27,8 @@ TEST_F(SramTest, ChunksSayWhereTheyGoAndOnlyBeforeTheProgramRunsWritesGoToItsPag
         {Model::kK50, false, {CALL(WriteSRAM(49152, d, 1)), 1, 0, {{117, 6, {1, 0, 16, 0, 0, 1}}}}},
         {Model::kK44, false, {CALL(ReadSRAM(16383, read, 2)), 1, 0,
                               {{116, 6, {1, 0, 1, 255, 63}}, {116, 6, {1, 0, 2, 0, 0}}}}},
-        // clang-format on
     };
+    // clang-format on
     for (const Case& c : cases) {
         c.programRuns ? Open(c.model) : OpenWithoutFirmware(c.model);
         Expect({c.call});
@@ -101,12 +97,10 @@ TEST_F(SramTest, RangeIsCheckedThenThePointer) {
 TEST_F(SramTest, SixteenBitPairReachesTheFirst64KilobytesAndALongLengthIsCut) {
     unsigned char data[] = {1, 2, 3, 4, 5, 6};
     Open(Model::kK44);
+    const Exchanges cut = {{117, 6, {2, 0, 1, 9, 0, 4, 5}}};
     Expect({{CALL(WriteSRAM(65535, data + 1, 1)), 1, 0, {{117, 6, {1, 0, 4, 255, 63, 2}}}},
             {CALL(ReadSRAM(65535, data, 1)), 1, 0, {{116, 6, {1, 0, 4, 255, 63}}}},
-            {CALL(WriteLargeSRAM(9, data + 3, (1UL << 32) + 2)),
-             1,
-             0,
-             {{117, 6, {2, 0, 1, 9, 0, 4, 5}}}}});
+            {CALL(WriteLargeSRAM(9, data + 3, (1UL << 32) + 2)), 1, 0, cut}});
     EXPECT_EQ(data[0], 2);
 }
 
@@ -123,27 +117,23 @@ TEST_F(SramTest, AFailingChunkEndsTheTransfer) {
 }
 
 TEST_F(SramTest, AReadGoesOnBehindAShortReplyAndEndsWithAnEmptyOrTooLongOne) {
-    struct Case {
-        const char* what;
-        Model model;
-        DriverAnswer second;
-        int error;
-    };
+    const Bytes none(4, 0xEE), more = {8, 8, 9, 9}, zeroes = {8, 8, 0, 0};
+    // clang-format off
+    struct Case { const char* what; Model model; DriverAnswer second; int error; Bytes lastFour; };
     const Case cases[] = {
-        // clang-format off
-        {"short", Model::kK44, {.reply = {8, 8}}, 0},
-        {"claims what did not come", Model::kK50, {.reply = {8, 8, 0}, .claimedLength = 4}, 0},
-        {"empty", Model::kK40, {}, 6},
-        {"empty", Model::kK44, {}, 6},
-        {"one byte too long", Model::kK40, {.reply = Bytes(5, 8)}, 7},
-        {"longest", Model::kK44, {.reply = Bytes(256, 8)}, 7},
-        {"too long only by its claim", Model::kK44, {.reply = Bytes(4, 8), .claimedLength = 5}, 7},
-        {"claims 2^32 + 1", Model::kK50, {.reply = {8}, .claimedLength = 0x100000001}, 7},
-        {"claims all", Model::kK50, {.reply = Bytes(4, 8), .claimedLength = ~0UL}, 7},
-        {"status", Model::kK50, {.status = 9, .reply = Bytes(4, 8)}, 9},
-        {"ioctl fails", Model::kK40, {.error = 5, .reply = Bytes(4, 8)}, 6},
-        // clang-format on
+        {"short",            Model::kK44, {.reply = {8, 8}},                             0, more},
+        {"short by claim",   Model::kK50, {.reply = {8, 8, 0}, .claimedLength = 4},      0, zeroes},
+        {"empty",            Model::kK40, {},                                            6, none},
+        {"empty",            Model::kK44, {},                                            6, none},
+        {"a byte too long",  Model::kK40, {.reply = Bytes(5, 8)},                        7, none},
+        {"longest",          Model::kK44, {.reply = Bytes(256, 8)},                      7, none},
+        {"long by claim",    Model::kK44, {.reply = Bytes(4, 8), .claimedLength = 5},    7, none},
+        {"claims 2^32 + 1",  Model::kK50, {.reply = {8}, .claimedLength = 0x100000001},  7, none},
+        {"claims all",       Model::kK50, {.reply = Bytes(4, 8), .claimedLength = ~0UL}, 7, none},
+        {"status",           Model::kK50, {.status = 9, .reply = Bytes(4, 8)},           9, none},
+        {"ioctl fails",      Model::kK40, {.error = 5, .reply = Bytes(4, 8)},            6, none},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(ModelName(c.model) + ": " + c.what);
         Open(c.model);
@@ -154,16 +144,14 @@ TEST_F(SramTest, AReadGoesOnBehindAShortReplyAndEndsWithAnEmptyOrTooLongOne) {
         Bytes data(first + 4, 0xEE);  // AddressSanitizer guards its end
         EXPECT_EQ(board.ReadLargeSRAM(0, data.data(), first + 4), c.error == 0);
         EXPECT_EQ(board.GetLastError(), c.error);
-        Bytes expected(first, 7);
-        if (c.error != 0) {
-            expected.insert(expected.end(), 4, 0xEE);
-            EXPECT_EQ(driver.Sent().size(), 2U);
-        } else if (c.second.claimedLength) {
-            expected.insert(expected.end(), {8, 8, 0, 0});
-        } else {
-            expected.insert(expected.end(), {8, 8, 9, 9});
-            EXPECT_EQ(driver.Sent().at(2), (Exchange{116, 6, {2, 0, 1, 254, 0}}));
+        Exchanges sent = driver.Sent();
+        if (c.lastFour[2] == 9) {
+            EXPECT_EQ(sent.back(), (Exchange{116, 6, {2, 0, 1, 254, 0}}));
+            sent.pop_back();
         }
+        EXPECT_EQ(sent.size(), 2U);
+        Bytes expected(first, 7);
+        expected.insert(expected.end(), c.lastFour.begin(), c.lastFour.end());
         EXPECT_EQ(data, expected);
     }
 }

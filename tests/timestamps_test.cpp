@@ -67,14 +67,9 @@ protected:
 };
 
 TEST_F(TimestampsTest, AFetchIsHandedOutRecordByRecord) {
-    struct Case {
-        const char* what;
-        Form form;
-        Bytes fetched;
-        std::vector<Received> received;
-    };
+    // clang-format off
+    struct Case { const char* what; Form form; Bytes fetched; std::vector<Received> received; };
     const Case cases[] = {
-        // clang-format off
         {"two records",        k8Bit, {1, 2, 3, 4},        {{1, 2, 1}, {3, 4, 1}}},
         {"data alone at last", k8Bit, {1, 2, 3},           {{1, 2, 1}, {3, kNone, 1}}},
         {"timestamp alone",    k8Bit, {9},                 {{kNone, 9, 0}}},
@@ -83,8 +78,8 @@ TEST_F(TimestampsTest, AFetchIsHandedOutRecordByRecord) {
         {"high byte alone",    k9Bit, {1, 2, 3, 4},        {{0x0102, 3, 1}, {0x0400, kNone, 1}}},
         {"no timestamp",       k9Bit, {255, 254, 3, 4, 5}, {{0xFFFE, 3, 1}, {0x0405, kNone, 1}}},
         {"timestamp alone",    k9Bit, {9},                 {{kNone, 9, 0}}},
-        // clang-format on
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         OpenConfigured(Model::kK40);
@@ -156,18 +151,15 @@ TEST_F(TimestampsTest, AClaimedLengthCountsModulo256AndCopiesNoMoreThanThereIs) 
 }
 
 TEST_F(TimestampsTest, ImpossibleIndicesCountAsAnEmptyEntry) {
-    struct Case {
-        unsigned count, readIndex;
-        Received expected;
-    };
+    // clang-format off
+    struct Case { unsigned count, readIndex; Received expected; };
     const Case cases[] = {
-        // clang-format off
         {257,    0,   {kNone, 5, 0}},  {10,     11,     {kNone, 5, 0}},   {0,   1,   {kNone, 5, 0}},
         {0xFFFF, 0,   {kNone, 5, 0}},  {0xFFFF, 0xFFFF, {kNone, 5, 0}},   {256, 257, {kNone, 5, 0}},
         {256,    256, {kNone, 5, 0}},  {256,    255,    {171, kNone, 1}}, {256, 254, {171, 171, 1}},
         {1,      0,   {kNone, 171, 0}},
-        // clang-format on
     };
+    // clang-format on
     for (const Case& c : cases) {
         OpenConfigured(Model::kK44);
         SetEntry(c.count, c.readIndex, Bytes(256, 171));
