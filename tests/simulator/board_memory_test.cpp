@@ -1,135 +1,90 @@
 // What a board stores: memory, EEPROM, recordings, and all that outlasts the board.
-#include "board/memory.h"
-
 #include <algorithm>
 #include <numeric>
 
+#include "board/memory.h"
 #include "board_conversation.h"
 #include "state/contents_bytes.h"
 
 namespace simulator {
 namespace {
 
-constexpr int kNotConfigured = 106, kNoAcknowledge = 107;
-
-TEST_F(BoardTest, MemoryKeepsWhatWasWrittenWhereItWasWritten) {
-    Use({.model = Model::kK40});
-    Talk({{0, 6, 71, {3, 0x34, 0x12, 1, 2, 3}}, {0, 6, 70, {5, 0x33, 0x12}, {0, 1, 2, 3, 0}}});
-    Use({.model = Model::kK44});
-    Talk({{0, 6, 117, {2, 0, 12, 0xFE, 0x3F, 5, 6}}, {0, 6, 117, {1, 0, 16, 0, 0, 8}}});
-    board.PowerUp();
-    Talk({{0, 6, 116, {3, 0, 12, 0xFD, 0x3F}, {0, 5, 6}}, {0, 6, 116, {2, 0, 16, 0, 0}, {8, 0}}});
-    EXPECT_EQ(board.memory.Bytes(13, 0, 1)[0], 0);
-}
-
-const Bytes kAs24Lc16 = {16, 1, 0x07, 0xFF, 0x50}, kAs24Lc256 = {64, 2, 0x7F, 0xFF, 0x51};
-
-class BoardEepromTest : public BoardTest {
+class StorageTest : public BoardModelTest {
 protected:
-    void UseBlank(const char* part) {
-        Use({.eeprom = EepromPartNamed(part).value(), .eepromBlank = true});
+    StorageTest() {
+        // A board with a blank 24LC01, 24LC16, ...
+        Word("part", [this](auto& n) {
+            const std::string number = std::to_string(n.at(0));
+            const auto part = EepromPartNamed((n.at(0) < 10 ? "24LC0" : "24LC") + number);
+            Use({.eeprom = part.value(), .eepromBlank = true});
+        });
+        Word("cell", [this](auto& n) { return board.eeprom.Chip().Contents()[n.at(0)]; });
     }
 };
 
-TEST_F(BoardEepromTest, APartConfiguredRightlyTakesWritesAcrossPagesAndWrapsAroundAtItsEnd) {
-    struct Case {
-        const char* part;
-        std::size_t size;
-        Bytes setting;
+TEST_F(StorageTest, MemoryKeepsWhatWasWrittenWhereItWasWritten) {
+    Use({.model = Model::kK40});
+    Talk("6/71 3 0x34 0x12 1 2 3; 6/70 5 0x33 0x12 = 0 1 2 3 0");
+    Use({.model = Model::kK44});
+    Talk(R"(
+        6/117 2 0 12 0xFE 0x3F 5 6; 6/117 1 0 16 0 0 8; power-up
+        6/116 3 0 12 0xFD 0x3F = 0 5 6; 6/116 2 0 16 0 0 = 8 0)");
+    EXPECT_EQ(board.memory.Bytes(13, 0, 1)[0], 0);
+}
+
+TEST_F(StorageTest, AnEepromConfiguredRightlyTakesWritesAcrossPagesAndWrapsAroundAtItsEnd) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"part 1; 2/3 8 1 0 0x7F 0x50", "0x7F 0"},
+        {"part 16; 2/3 16 1 0x07 0xFF 0x50", "0xFF 0x07"},
+        {"part 256; 2/3 64 2 0x7F 0xFF 0x51", "0xFF 0x7F"},
     };
-    const Case cases[] = {
-        {"24LC01", 128, {8, 1, 0, 0x7F, 0x50}},
-        {"24LC16", 2048, kAs24Lc16},
-        {"24LC256", 32768, kAs24Lc256},
-    };
-    Bytes data(58), write = {57, 12, 0};
-    std::iota(data.begin(), data.end(), std::uint8_t{100});
-    data.back() = 255;  // is not written
-    write.insert(write.end(), data.begin(), data.end() - 1);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.part);
-        UseBlank(c.part);
-        const auto low = static_cast<std::uint8_t>(c.size - 1);
-        const auto high = static_cast<std::uint8_t>((c.size - 1) / 256);
-        Talk({{0, 2, 3, c.setting}, {0, 2, 4, write}, {0, 2, 5, {58, 12, 0}, data}});
-        Talk({{0, 2, 5, {1, 11, 0}, {255}}, {0, 2, 4, {2, low, high, 1, 2}}});
-        board.PowerUp();
-        Talk({{0, 2, 5, {3, low, high}, {1, 2, 255}}, {0, 2, 5, {1, 0, 0}, {2}}});
+    Numbers numbers(57);
+    std::iota(numbers.begin(), numbers.end(), 100);
+    const std::string data = Text(numbers);
+    for (const auto& [part, last] : cases) {
+        Talk(part + "; 2/4 57 12 0" + data + "; 2/5 58 12 0 =" + data + " 255; 2/5 1 11 0 = 255");
+        Talk("2/4 2 " + last + " 1 2; power-up");
+        Talk("2/5 3 " + last + " = 1 2 255; 2/5 1 0 0 = 2");
     }
     EXPECT_FALSE(EepromPartNamed("24LC1024"));
 }
 
-TEST_F(BoardEepromTest, AWrongPageSizeShows) {
-    struct Case {
-        std::uint8_t told;
-        Bytes write, pageThen;  // of a part with pages of 8
-    };
-    const Case cases[] = {
-        {16, {10, 16, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {9, 10, 3, 4, 5, 6, 7, 8}},
-        {8, {10, 16, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {1, 2, 3, 4, 5, 6, 7, 8}},
-        {4, {6, 16, 0, 1, 2, 3, 4, 5, 6}, {1, 2, 3, 4, 5, 6, 255, 255}},
-    };
-    for (const Case& c : cases) {
-        UseBlank("24LC02");
-        Talk({{0, 2, 3, {c.told, 1, 0, 255, 0x50}}, {0, 2, 4, c.write}});
-        Talk({{0, 2, 5, {8, 16, 0}, c.pageThen}});
-    }
+TEST_F(StorageTest, AWrongPageSizeShows) {
+    // Of a part with pages of 8: told to be 16, 8 and 4.
+    Talk(R"(
+        part 2; 2/3 16 1 0 255 0x50; 2/4 10 16 0 1 2 3 4 5 6 7 8 9 10; 2/5 8 16 0 = 9 10 3 4 5 6 7 8
+        part 2; 2/3 8 1 0 255 0x50; 2/4 10 16 0 1 2 3 4 5 6 7 8 9 10; 2/5 8 16 0 = 1 2 3 4 5 6 7 8
+        part 2; 2/3 4 1 0 255 0x50; 2/4 6 16 0 1 2 3 4 5 6; 2/5 8 16 0 = 1 2 3 4 5 6 255 255)");
 }
 
-TEST_F(BoardEepromTest, WrongAddressingGetsNoAnswer) {
-    struct Case {
-        const char *what, *part;
-        Bytes setting;
-        int status;
-    };
-    const Case cases[] = {
-        {"never configured", "24LC256", {}, kNotConfigured},
-        {"long as short", "24LC32", kAs24Lc16, kNoAcknowledge},
-        {"short as long", "24LC16", kAs24Lc256, kNoAcknowledge},
-        {"other bus address", "24LC256", {64, 2, 0x7F, 0xFF, 0x50}, kNoAcknowledge},
-        {"an address byte too few", "24LC256", {64, 1, 0x7F, 0xFF, 0x51}, kNoAcknowledge},
-        {"another part of its class", "24LC512", kAs24Lc256, 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        UseBlank(c.part);
-        if (!c.setting.empty()) Talk({{0, 2, 3, c.setting}});
-        EXPECT_EQ(Send(2, 5, {1, 0, 0}).status, c.status);
-        Talk({{0, 2, 4, {1, 8, 0, 1}, {}, c.status}});
-        EXPECT_EQ(board.eeprom.Chip().Contents()[8], c.status == 0 ? 1 : 255);
-    }
+TEST_F(StorageTest, AnEepromThatIsAddressedWronglyDoesNotAnswer) {
+    // Never configured; long as short, short as long; another address on the bus; a byte of the
+    // address missing. Another part of the same class answers.
+    Talk(R"(
+        part 256; 2/5 1 0 0 !106; 2/4 1 8 0 1 !106; cell 8 = 255
+        part 32; 2/3 16 1 7 255 0x50; 2/5 1 0 0 !107; 2/4 1 8 0 1 !107; cell 8 = 255
+        part 16; 2/3 64 2 127 255 0x51; 2/5 1 0 0 !107; 2/4 1 8 0 1 !107; cell 8 = 255
+        part 256; 2/3 64 2 127 255 0x50; 2/5 1 0 0 !107; 2/4 1 8 0 1 !107; cell 8 = 255
+        part 256; 2/3 64 1 127 255 0x51; 2/5 1 0 0 !107; 2/4 1 8 0 1 !107; cell 8 = 255
+        part 512; 2/3 64 2 127 255 0x51; 2/5 1 0 0 = 255; 2/4 1 8 0 1; cell 8 = 1)");
 }
 
-TEST_F(BoardTest, RecordingsPassOverTheProgramsPages) {
-    const ByteView program = board.memory.Bytes(13, 0, 16384);
-    Talk({{0, 1, 125, {5, 255, 23, 0, 12, 0x3F, 0xFE, 0, 4}}, {9, 1, 127, {}, {0, 0, 0, 0, 4}}});
-    Talk({{0, 1, 126, {0x01, 0x2C}}});
-    for (const Bytes& on : {Bytes{0, 5}, {23}, {5, 23}, {1, 2, 3}}) {
-        for (unsigned n = 0; n < 24; ++n)
-            board.inputs.Set(n, std::ranges::find(on, n) != on.end());
-        Wait(299);
-        EXPECT_EQ(Send(1, 127).reply.at(0), 1);
-        Wait(1);
-    }
-    Talk({{0, 1, 128, Bytes(256, 5), Bytes(256, 5)}, {0, 1, 129, Bytes(4096, 5)}});
-    Talk({{0, 1, 127, {}, {2, 0, 4, 0, 0}}, {0, 6, 116, {3, 0, 12, 0xFD, 0x3F}, {0, 9, 4}}});
-    Talk({{0, 6, 116, {3, 0, 16, 0, 0}, {5, 0, 0}}});
-    EXPECT_EQ(std::ranges::count(program, 0), 16384);
+TEST_F(StorageTest, RecordingsPassOverTheProgramsPages) {
+    Talk(R"(
+        1/125 5 255 23 0 12 0x3F 0xFE 0 4; +9 1/127 = 0 0 0 0 4; 1/126 0x01 0x2C
+        set 0 1; set 5 1; +299 1/127 = 1 0 0 0 4; +1 1/127 = 1 0 1 0 3; set 0 0; set 5 0
+        set 23 1; +300 set 5 1; +300 set 5 0; set 23 0; set 1 1; set 2 1; set 3 1; +299 1/127 = 1 0 3 0 1
+        +1 1/128 5*256 = 5*256; 1/129 5*4096
+        1/127 = 2 0 4 0 0; 6/116 3 0 12 0xFD 0x3F = 0 9 4; 6/116 3 0 16 0 0 = 5 0 0)");
+    EXPECT_EQ(std::ranges::count(board.memory.Bytes(13, 0, 16384), 0), 16384);
 }
 
-TEST_F(BoardTest, StartBeginsARecordingAgainAndConfigurationOrPowerDownEndsIt) {
-    board.inputs.Set(9, true);
-    Talk({{0, 1, 125, {9, 255, 255, 255, 13, 0, 0, 0x01, 0x2C}}, {0, 1, 126, {0, 10}}});
-    Talk({{2619, 1, 127, {}, {1, 1, 5, 0, 39}}});
-    board.inputs.Set(9, false);
-    Talk({{0, 1, 126, {0, 20}}, {39, 1, 127, {}, {1, 0, 1, 1, 43}}});
-    Talk({{0, 6, 116, {3, 0, 16, 0, 0}, {0, 1, 1}}});
-    Talk({{0, 1, 125, {9, 255, 255, 255, 1, 0, 0, 0, 2}}, {999, 1, 127, {}, {0, 0, 0, 0, 2}}});
-    Talk({{0, 1, 126, {0, 10}}});
-    board.PowerDown();
-    Wait(1000);
-    board.PowerUp();
-    Talk({{0, 1, 127, {}, {0, 0, 0, 0, 0}}, {0, 6, 116, {2, 0, 16, 1, 0}, {1, 1}}});
+TEST_F(StorageTest, StartBeginsARecordingAgainAndConfigurationOrPowerDownEndsIt) {
+    Talk(R"(
+        set 9 1; 1/125 9 255 255 255 13 0 0 0x01 0x2C; 1/126 0 10; +2619 1/127 = 1 1 5 0 39
+        set 9 0; 1/126 0 20; +39 1/127 = 1 0 1 1 43; 6/116 3 0 16 0 0 = 0 1 1
+        1/125 9 255 255 255 1 0 0 0 2; +999 1/127 = 0 0 0 0 2; 1/126 0 10; power-down
+        +1000 power-up; 1/127 = 0*5; 6/116 2 0 16 1 0 = 1 1)");
 }
 
 // clang-format off
@@ -184,30 +139,22 @@ TEST(BoardContentsTest, TheFormStaysTheSameAndAnyDamageIsNoticed) {
         if (length >= 4) Seal(cut);
         EXPECT_FALSE(ContentsIn(cut)) << "cut to " << length << ", with a right checksum";
     }
-    struct Case {
-        const char* what;
-        std::size_t place;
-        std::uint8_t value;
-    };
-    const Case cases[] = {
-        {"other mark", 0, 'm'},          {"later version", 7, 2},       {"no such model", 8, 4},
-        {"no such part", 9, 10},         {"memory too long", 13, 0xFF}, {"no such setting", 16, 2},
-        {"flag neither 0 nor 1", 33, 2}, {"log too short", 44, 0},
-    };
-    for (const Case& c : cases) {
+    // Mark, version, model, part; memory too long, setting, flag neither 0 nor 1, log too short.
+    const std::pair<std::size_t, std::uint8_t> wrong[] = {{0, 'm'},   {7, 2},  {8, 4},  {9, 10},
+                                                          {13, 0xFF}, {16, 2}, {33, 2}, {44, 0}};
+    for (const auto& [place, value] : wrong) {
         Bytes bytes = kSmallBytes;
-        bytes[c.place] = c.value;
+        bytes[place] = value;
         Seal(bytes);
-        EXPECT_FALSE(ContentsIn(bytes)) << c.what;
+        EXPECT_FALSE(ContentsIn(bytes)) << place;
     }
 }
 
-TEST_F(BoardTest, AnotherBoardGoesOnWithTheContentsOfItsKindOnly) {
+TEST_F(StorageTest, AnotherBoardGoesOnWithTheContentsOfItsKindOnly) {
     Use({.model = Model::kK50, .eeprom = EepromPart::k24LC64});
-    Talk({{0, 6, 117, {1, 0, 64, 253, 63, 77}}, {0, 2, 3, {32, 2, 0x1F, 0xFF, 0x51}}});
-    Talk({{0, 2, 4, {1, 255, 31, 78}}, {0, 5, 20, {100, 0, 0, 0}}, {0, 5, 65, Bytes(8, 3)}});
-    board.clock.FailBattery();
-    board.clock.SetSwitch(4, true);
+    Talk(R"(
+        6/117 1 0 64 253 63 77; 2/3 32 2 0x1F 0xFF 0x51; 2/4 1 255 31 78; 5/20 100 0 0 0; 5/65 3*8
+        fail-battery; open 4)");
     const auto contents = ContentsIn(AsBytes(board.Contents()));
     ASSERT_TRUE(contents);
 
@@ -229,9 +176,9 @@ TEST_F(BoardTest, AnotherBoardGoesOnWithTheContentsOfItsKindOnly) {
         EXPECT_EQ(board.Contents(), before) << n;
     }
     EXPECT_TRUE(board.Restore(*contents));
-    Talk({{0, 6, 116, {1, 0, 64, 253, 63}, {77}}, {0, 2, 5, {1, 255, 31}, {78}}});
-    Talk({{0, 5, 21, {}, {100, 0, 0, 0}}, {0, 5, 41, {}, {100, 0, 0, 0, 0x85}}});
-    Talk({{0, 5, 63, {}, Bytes(8, 3)}, {0, 5, 119, {}, {1}}});
+    Talk(R"(
+        6/116 1 0 64 253 63 = 77; 2/5 1 255 31 = 78; 5/21 = 100 0 0 0; 5/41 = 100 0 0 0 0x85
+        5/63 = 3*8; 5/119 = 1)");
 }
 
 }  // namespace
