@@ -37,17 +37,6 @@ void InputBytes::Fill(void* target, std::size_t length) {
     next_ += taken;
 }
 
-void FuzzedDriver::BeginOperation(InputBytes& input, const char* name, const Kind& kind) {
-    input_ = &input;
-    operation_ = name;
-    kind_ = kind;
-    exchanges = 0;
-    error = 0;
-    length = asked = header = 0;
-    delivered.clear();
-    deliveredBefore = 0;
-}
-
 void FuzzedDriver::Require(bool holds, const char* what) const {
     if (holds) return;
     std::fprintf(stderr, "%s, %u exchanges: %s\n", operation_, exchanges, what);
@@ -63,7 +52,6 @@ void FuzzedDriver::ChooseReply(unsigned shape, Answer& answer) {
     }
     answer.written = shape == 3 ? asked : shape == 4 ? kLongestK40Reply : 256 - input.Byte();
     std::memset(answer.bytes, static_cast<int>(input.Byte()), answer.written);
-    answer.honest = shape < 6;
     if (shape == 6) answer.claimed = input.Pick(kClaims);
     if (shape == 7) answer.claimed = input.Take<std::uint64_t>();
 }
@@ -101,8 +89,7 @@ int FuzzedDriver::Transfer(K40Record& record) {
     record.data[0] ^= static_cast<unsigned char>(answer.echo);
     record.data[1] = static_cast<unsigned char>(answer.status);
     std::memcpy(record.data + 2, answer.bytes, answer.written);
-    record.readLength =
-        static_cast<std::uint32_t>(answer.honest ? answer.written + 2 : answer.claimed);
+    record.readLength = static_cast<std::uint32_t>(answer.claimed.value_or(answer.written + 2));
 
     // What is claimed beyond what is written lies in the record already.
     std::memcpy(reply_, record.data + 2, sizeof reply_);
@@ -115,7 +102,7 @@ int FuzzedDriver::Transfer(K44Record& record) {
     const Answer answer = Next(record.command, record.request);
     *record.status = answer.status;
     std::memcpy(record.reply, answer.bytes, answer.written);
-    *record.replyLength = answer.honest ? answer.written : answer.claimed;
+    *record.replyLength = answer.claimed.value_or(answer.written);
 
     // What is claimed beyond what is written has to read as 0.
     std::memcpy(reply_, answer.bytes, sizeof reply_);

@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "transfer_records.h"
@@ -49,20 +50,8 @@ struct Kind {
     bool alwaysAsks;          // to succeed
 };
 
-class FuzzedDriver {
-public:
-    void BeginOperation(InputBytes& input, const char* name, const Kind& kind);
-    /** Ends the program with what is wrong, for the fuzzer to keep the input. */
-    void Require(bool holds, const char* what) const;
-    /** A byte of the last reply; those that did not arrive are 0. */
-    [[nodiscard]] unsigned char Arrived(std::size_t i) const {
-        return i < length ? reply_[i] : static_cast<unsigned char>(0);
-    }
-
-    int Transfer(K40Record& record);
-    int Transfer(K44Record& record);
-
-    // What has come of the operation so far
+/** What has come of an operation so far. */
+struct Progress {
     unsigned exchanges = 0;
     int error = 0;                         // of the last exchange
     std::size_t length = 0;                // of its reply
@@ -70,6 +59,24 @@ public:
     std::vector<unsigned char> delivered;  // by all that were accepted
     std::size_t deliveredBefore = 0;       // by all but the last of them
     std::size_t header = 0;                // bytes at the start of a reply that do not count
+};
+
+class FuzzedDriver : public Progress {
+public:
+    void BeginOperation(InputBytes& input, const char* name, const Kind& kind) {
+        static_cast<Progress&>(*this) = {};
+        input_ = &input;
+        operation_ = name;
+        kind_ = kind;
+    }
+    /** Ends the program with what is wrong, for the fuzzer to keep the input. */
+    void Require(bool holds, const char* what) const;
+    /** A byte of the last reply; those that did not arrive are 0. */
+    [[nodiscard]] unsigned char Arrived(std::size_t i) const {
+        return i < length ? reply_[i] : static_cast<unsigned char>(0);
+    }
+    int Transfer(K40Record& record);
+    int Transfer(K44Record& record);
 
 private:
     struct Answer {
@@ -78,8 +85,7 @@ private:
         unsigned echo = 0;  // laid over the command
         unsigned char bytes[256] = {};
         std::size_t written = 0;
-        bool honest = true;
-        std::uint64_t claimed = 0;  // when it is not honest
+        std::optional<std::uint64_t> claimed = {};  // when it is not honest
     };
     Answer Next(unsigned char command, const unsigned char* payload);
     void ChooseReply(unsigned shape, Answer& answer);

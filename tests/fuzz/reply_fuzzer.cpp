@@ -28,6 +28,8 @@ constexpr std::size_t kMostReceived = kMostAnswers * 256UL;
 constexpr unsigned char kUntouched = 0xA5;
 constexpr int kNothingKept = -1;
 
+using Bytes = std::vector<unsigned char>;
+
 auto* const boards = new MarvaneUSB[kBoardCount];  // open to the end of the process
 auto& receivedBytes = *new SharedEntries(SharedEntries::OfReceivedBytes());
 auto& eeproms = *new SharedEntries(SharedEntries::OfEeproms());
@@ -53,6 +55,7 @@ public:
         std::memset(output.bytes.get(), kUntouched, output.size);
         return reinterpret_cast<Value*>(output.bytes.get());
     }
+    [[nodiscard]] const unsigned char* FirstOutput() const { return outputs_[0].bytes.get(); }
     unsigned char Byte() { return static_cast<unsigned char>(input.Byte()); }
     _usbSerialPort Port() {
         constexpr int kPorts[] = {0, 1, 0, 1, 0, 1, 2, -1};
@@ -104,12 +107,21 @@ int Read(Call& call) {
     }(kOperation);
 }
 
-/** The target begins with that many delivered bytes, and holds nothing behind them. */
-void CheckDelivered(Call& call, const unsigned char* target, std::size_t length) {
-    Require(length <= driver.delivered.size(), "more than was delivered");
-    Require(std::equal(target, target + length, driver.delivered.begin()),
-            "not what was delivered");
-    Require(call.Untouched(length), "writes behind what was delivered");
+/** The target holds those bytes, of a word the high one first, and nothing behind them. */
+template <class Unit>
+void CheckContent(const Call& call, const Unit* target, const Bytes& bytes) {
+    for (std::size_t i = 0; i < bytes.size() / sizeof(Unit); ++i) {
+        const int unit = sizeof(Unit) == 1 ? bytes[i] : bytes[2 * i] << 8 | bytes[2 * i + 1];
+        Require(target[i] == unit, "not what was delivered");
+    }
+    Require(call.Untouched(bytes.size()), "writes behind what was delivered");
+}
+
+/** An accepted reply after which the operation fails was unfit, and delivers nothing. */
+void LeaveOutUnfit(int result, bool isUnfit) {
+    if (result == 1 || driver.exchanges == 0 || driver.error != 0) return;
+    Require(isUnfit, "the reply was fit");
+    driver.delivered.resize(driver.deliveredBefore);
 }
 
 /** A record whose bytes are those of the reply. */
@@ -123,18 +135,15 @@ int ReadRecord(Call& call) {
     return 1;
 }
 
-/** As many bytes as came. */
-template <class Operation>
-int ReadWholeReply(Call& call, Operation operation) {
-    auto* target = call.Out(call.LongestReply());
-    const int result = operation(target);
-    if (result == 1) CheckDelivered(call, target, driver.length);
+/** Of an operation that hands out as many bytes as came, to its first output. */
+int CheckWholeReply(Call& call, int result) {
+    if (result == 1) CheckContent(call, call.FirstOutput(), driver.delivered);
     return result;
 }
 
 template <int (MarvaneUSB::*kOperation)(unsigned char*)>
 int ReadWholeReply(Call& call) {
-    return ReadWholeReply(call, [&call](auto* target) { return (call.board.*kOperation)(target); });
+    return CheckWholeReply(call, (call.board.*kOperation)(call.Out(call.LongestReply())));
 }
 
 template <class Address, class Length>
@@ -148,14 +157,11 @@ int ReadMemory(Call& call, int (MarvaneUSB::*operation)(Address, unsigned char*,
     auto* data = call.Out(std::min<std::size_t>(length, kMostReceived));
     const int result = (call.board.*operation)(address, data, length);
 
-    const bool unfit = result == 0 && driver.exchanges > 0 && driver.error == 0;
     const int error = call.board.GetLastError();
-    Require(
-        !unfit || (driver.length == 0 ? error == 6 : driver.length > driver.asked && error == 7),
-        "the reply was fit");
-    const std::size_t done = unfit ? driver.deliveredBefore : driver.delivered.size();
-    CheckDelivered(call, data, done);
-    Require(result == 0 || done == length, "not all was read");
+    LeaveOutUnfit(result,
+                  driver.length == 0 ? error == 6 : driver.length > driver.asked && error == 7);
+    CheckContent(call, data, driver.delivered);
+    Require(result == 0 || driver.delivered.size() == length, "not all was read");
     return result;
 }
 
@@ -167,37 +173,32 @@ std::size_t Capacity(Call& call, std::size_t longestReply) {
     return longestReply - 1 + call.Byte() % 8;
 }
 
-template <class Unit>
-using ReceiveForm = int (MarvaneUSB::*)(_usbSerialPort, Unit*, unsigned long*);
-template <class Unit>
-using ReceiveExForm = int (MarvaneUSB::*)(_usbSerialPort, Unit*, unsigned long, unsigned long*);
-
 /** Hands out what was kept and what was delivered, in order; of words, it may keep a half. */
-template <class Unit>
-int Receive(Call& call, ReceiveForm<Unit> receive, ReceiveExForm<Unit> receiveEx = nullptr) {
+template <class Unit, class... Rest>
+int Receive(Call& call, int (MarvaneUSB::*operation)(_usbSerialPort, Unit*, Rest...)) {
     constexpr std::size_t kSize = sizeof(Unit);
     constexpr std::size_t kMost = kMostReceived / kSize + 1;
-    const bool isBounded = receiveEx != nullptr;
+    constexpr bool isBounded = sizeof...(Rest) == 2;
     const std::size_t capacity = isBounded ? Capacity(call, call.LongestReply() / kSize) : kMost;
     const _usbSerialPort port = call.Port();
     auto* units = call.Out<Unit>(std::min(capacity, kMost));
     unsigned long count = 0;
-    const int result = isBounded ? (call.board.*receiveEx)(port, units, capacity, &count)
-                                 : (call.board.*receive)(port, units, &count);
+    int result = 0;
+    if constexpr (isBounded) {
+        result = (call.board.*operation)(port, units, capacity, &count);
+    } else {
+        result = (call.board.*operation)(port, units, &count);
+    }
     if (result == 0 && driver.exchanges == 0) return 0;
 
     int& kept = call.kept[port];
-    std::vector<unsigned char> bytes(driver.delivered);
+    Bytes bytes(driver.delivered);
     if (kept != kNothingKept) bytes.insert(bytes.begin(), static_cast<unsigned char>(kept));
     kept = kNothingKept;
     if (result == 0 && kSize == 2 && !isBounded) return 0;  // all is lost, as documented
 
     Require(count <= capacity && count == bytes.size() / kSize, "bytes are lost");
-    for (std::size_t i = 0; i < count; ++i) {
-        const int unit = kSize == 1 ? bytes[i] : bytes[2 * i] << 8 | bytes[2 * i + 1];
-        Require(units[i] == unit, "not what was delivered");
-    }
-    Require(call.Untouched(bytes.size()), "writes behind what was delivered");
+    CheckContent(call, units, bytes);
     const bool boardHasMore = driver.error != 0 || driver.length > 0;
     if (isBounded && boardHasMore && bytes.size() % kSize != 0) kept = bytes.back();
     return result;
@@ -218,12 +219,9 @@ int ReceivePolled(Call& call, bool isBounded) {
                   : board.ReceivePolledMessage(port, index, buffer, &length, &status);
     if (driver.exchanges == 0) return result;
 
-    const bool unfit = result == 0 && driver.error == 0;
-    Require(!unfit || (driver.delivered.size() > capacity && board.GetLastError() == 7),
-            "the reply was fit");
-    Require(length == (unfit ? driver.deliveredBefore : driver.delivered.size()),
-            "not the length of the message");
-    CheckDelivered(call, buffer, length);
+    LeaveOutUnfit(result, driver.delivered.size() > capacity && board.GetLastError() == 7);
+    Require(length == driver.delivered.size(), "not the length of the message");
+    CheckContent(call, buffer, driver.delivered);
     const bool atEnd = driver.length < 2 || driver.Arrived(1) == 0;
     Require(result == 0 || atEnd, "not the end of the message");
     Require(result == 0 || driver.length == 0 || status == driver.Arrived(0), "not its status");
@@ -234,21 +232,20 @@ int ReceivePolled(Call& call, bool isBounded) {
 
 int ReadDiagnosticData(Call& call) {
     unsigned char request[] = {call.Byte()};
+    auto* reply = call.Out(call.LongestReply());
     unsigned long length = ~0UL;
-    const int result = ReadWholeReply(call, [&](auto* reply) {
-        return call.board.ReadDiagnosticData(request, sizeof request, reply, &length);
-    });
+    const int result = call.board.ReadDiagnosticData(request, sizeof request, reply, &length);
     Require(length == (result == 1 ? driver.length : ~0UL), "not the length of the reply");
-    return result;
+    return CheckWholeReply(call, result);
 }
 
 int Send(Call& call, bool toSpi) {
     unsigned char data[256] = {};
-    return ReadWholeReply(call, [&](auto* reply) {
-        const unsigned char most = call.Byte();
-        return toSpi ? call.board.SendSPI(call.Byte(), data, 0, most, reply)
-                     : call.board.SendSEC(1, 2, call.Byte() % 20, data, 0, most % 20, reply);
-    });
+    auto* reply = call.Out(call.LongestReply());
+    const unsigned char most = call.Byte(), count = call.Byte();
+    return CheckWholeReply(call,
+                           toSpi ? call.board.SendSPI(count, data, 0, most, reply)
+                                 : call.board.SendSEC(1, 2, count % 20, data, 0, most % 20, reply));
 }
 
 int SendRaw(Call& call) {
@@ -260,12 +257,10 @@ int SendRaw(Call& call) {
     const int result =
         call.board.PerformUSBIO(call.Byte(), channel, data, length, reply, &replyLength);
     // Of the other models what the driver claims is handed on.
-    if (call.IsK40()) CheckDelivered(call, reply, replyLength);
+    if (!call.IsK40()) return result;
+    Require(replyLength == driver.delivered.size(), "not the length of the reply");
+    CheckContent(call, reply, driver.delivered);
     return result;
-}
-
-int Open(Call& call) {
-    return MarvaneUSB().InitPort(static_cast<int>(call.device));
 }
 
 /** Another program names a part in the shared segment, or what is none. */
@@ -290,8 +285,6 @@ struct Operation {
 };
 
 using M = MarvaneUSB;
-using Byte = unsigned char;
-using Word = unsigned short;
 
 // clang-format off
 constexpr Operation kOperations[] = {
@@ -313,11 +306,9 @@ constexpr Operation kOperations[] = {
     {"GetParityErrors",     kOne, Read<&M::GetParityErrors>},
     {"GetSASMessageStatus", kOne, Read<&M::GetSASMessageStatus>},
     {"Receive",          kUntilEmpty, [](Call& c) { return Receive(c, &M::Receive); }},
-    {"ReceiveEx",        kUntilEmpty,
-     [](Call& c) { return Receive<Byte>(c, nullptr, &M::ReceiveEx); }},
+    {"ReceiveEx",        kUntilEmpty, [](Call& c) { return Receive(c, &M::ReceiveEx); }},
     {"Receive9BitData",  kUntilEmpty, [](Call& c) { return Receive(c, &M::Receive9BitData); }},
-    {"Receive9BitDataEx", kUntilEmpty,
-     [](Call& c) { return Receive<Word>(c, nullptr, &M::Receive9BitDataEx); }},
+    {"Receive9BitDataEx", kUntilEmpty, [](Call& c) { return Receive(c, &M::Receive9BitDataEx); }},
     {"ReceivePolledMessage",     kUntilEmpty, [](Call& c) { return ReceivePolled(c, false); }},
     {"ReceivePolledMessageEx",   kUntilEmpty, [](Call& c) { return ReceivePolled(c, true); }},
     {"ReceiveByteWithTimestamp", kOneOrNone, Read<&M::ReceiveByteWithTimestamp>},
@@ -332,8 +323,7 @@ constexpr Operation kOperations[] = {
     {"GetClock",                        kOne, Read<&M::GetClock>},
     {"NextSecuritySwitchRead",          kOne, Read<&M::NextSecuritySwitchRead>},
     {"ReadAndResetSecuritySwitchFlags", kOne, Read<&M::ReadAndResetSecuritySwitchFlags>},
-    {"CachedReadAndResetSecuritySwitchFlags", kOne,
-     Read<&M::CachedReadAndResetSecuritySwitchFlags>},
+    {"CachedReadAndResetSecuritySwitchFlags", kOne, Read<&M::CachedReadAndResetSecuritySwitchFlags>},
     {"ReadAndResetBatteryFailFlag",     kOne, Read<&M::ReadAndResetBatteryFailFlag>},
     {"ReadAndResetRTCFailure",          kOne, Read<&M::ReadAndResetRTCFailure>},
     {"ReadClockAtBatteryFailure",       kOne, Read<&M::ReadClockAtBatteryFailure>},
@@ -349,7 +339,8 @@ constexpr Operation kOperations[] = {
 
     {"PerformUSBIO",   kRaw,       SendRaw},
     {"DownloadHiCode", kDownload,  [](Call& c) { return c.board.DownloadHiCode(); }},
-    {"InitPort",       kOpening,   Open},
+    {"InitPort",       kOpening,
+     [](Call& c) { return M().InitPort(static_cast<int>(c.device)); }},
 };
 // clang-format on
 
