@@ -79,6 +79,7 @@ int FuzzedDriver::Conclude(const Answer& answer, int failure, std::size_t replyL
     if (error == 0) {
         deliveredBefore = delivered.size();
         delivered.insert(delivered.end(), reply_ + std::min(header, length), reply_ + length);
+        bare = delivered.size() == deliveredBefore ? bare + 1 : 0;
     }
     errno = EIO;
     return answer.refused ? -1 : 0;

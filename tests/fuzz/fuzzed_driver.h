@@ -58,6 +58,7 @@ struct Progress {
     std::size_t asked = 0;                 // by it, if it is a memory read
     std::vector<unsigned char> delivered;  // by all that were accepted
     std::size_t deliveredBefore = 0;       // by all but the last of them
+    unsigned bare = 0;                     // accepted ones in a row, up to the last, without data
     std::size_t header = 0;                // bytes at the start of a reply that do not count
 };
 

@@ -25,6 +25,7 @@ constexpr int kBoardCount = 6;  // K40, K44 and K50 in turn, three at each speed
 constexpr unsigned kMostOperations = 6;
 constexpr unsigned kMostAnswers = 8;  // that are not empty, to an operation that asks on
 constexpr std::size_t kMostReceived = kMostAnswers * 256UL;
+constexpr unsigned kMostBareReplies = 8;  // in a row, to ReceivePolledMessageEx
 constexpr unsigned char kUntouched = 0xA5;
 constexpr int kNothingKept = -1;
 
@@ -219,7 +220,9 @@ int ReceivePolled(Call& call, bool isBounded) {
                   : board.ReceivePolledMessage(port, index, buffer, &length, &status);
     if (driver.exchanges == 0) return result;
 
-    LeaveOutUnfit(result, driver.delivered.size() > capacity && board.GetLastError() == 7);
+    const bool givesUp = isBounded && driver.bare == kMostBareReplies && board.GetLastError() == 6;
+    LeaveOutUnfit(result,
+                  givesUp || (driver.delivered.size() > capacity && board.GetLastError() == 7));
     Require(length == driver.delivered.size(), "not the length of the message");
     CheckContent(call, buffer, driver.delivered);
     const bool atEnd = driver.length < 2 || driver.Arrived(1) == 0;
