@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "transfer_records.h"
+#include "testing/transfer_records.h"
 
 /** Device numbers of the constant driver: models in turn. */
 constexpr int kK40Device = 0;

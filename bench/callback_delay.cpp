@@ -30,7 +30,7 @@
 
 #include "allowed_system_calls.h"
 #include "marvaneusb.h"
-#include "transfer_records.h"
+#include "testing/transfer_records.h"
 
 extern "C" int ConstantIoctl(int descriptor, unsigned long request, ...);
 

@@ -13,8 +13,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "led_key_files.h"
-#include "transfer_records.h"
+#include "testing/led_key_files.h"
+#include "testing/transfer_records.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <optional>
 #include <vector>
 
-#include "transfer_records.h"
+#include "testing/transfer_records.h"
 
 /** The fuzzer's input, taken from the front; used up, it yields zeroes. */
 class InputBytes {

@@ -180,51 +180,6 @@ TEST_F(OutputsTest, ArgumentsThatDoNotExistAreRefused) {
     });
 }
 
-TEST_F(OutputsTest, WithoutSharedStateOperationsFailAfterTheChecksThatNeedNone) {
-    Open(Model::kK44);
-    ASSERT_EQ(Configure(kPort0), 1);
-    const int result = StatusOf([this] {
-        RemoveSet();
-        led_key_files::WithholdKeys();
-        usbOutput all = {{1, 2, 3, 4, 5}};
-        K40EEPROM part = E24LC16;
-        unsigned char byte = 0, time = 0;
-        unsigned short word = 0;
-        unsigned count = 0;
-        constexpr auto kNoPort = static_cast<_usbSerialPort>(2);
-        Expect({
-            // clang-format off
-            {"bit",            Bit(37, 1),      0, 38, {}},
-            {"bit 38",         Bit(38, 1),      0, 8,  {}},
-            {"masks",          Modify(all, all), 0, 38, {}},
-            {CALL(ModifyOutputs(nullptr, &all)), 0, 30, {}},
-            {CALL(SetOutputs(nullptr)),          0, 30, {}},
-            {"on-period",      On(all),         0, 38, {}},
-            {"on-period bit",  OnBit(4, 5, 1),  0, 38, {}},
-            {"no such bit",    OnBit(4, 6, 1),  0, 8,  {}},
-            {"off-period",     Off(all),        0, 38, {}},
-            {"off-period bit", OffBit(0, 0, 0), 0, 38, {}},
-            {"no such value",  OffBit(0, 0, 2), 0, 8,  {}},
-            {CALL(ConfigureEEPROM(nullptr)), 0, 30, {}},
-            {CALL(ConfigureEEPROM(&part)),   0, 38, {}},
-            {CALL(CheckEEPROM(nullptr)),     0, 30, {}},
-            {CALL(CheckEEPROM(&part)),       0, 38, {}},
-            {CALL(ReadEEPROM(7, nullptr, 1)),      0, 8,  {}},
-            {CALL(ReadEEPROM(8, nullptr, 70000)),  0, 38, {}},
-            {CALL(WriteEEPROM(8, nullptr, 70000)), 0, 38, {}},
-            {CALL(ReceiveByteWithTimestamp(kPort0, &byte, &time, &count)),         0, 38, {}},
-            {CALL(ReceiveByteWithTimestamp9BitData(kPort0, &word, &time, &count)), 0, 38, {}},
-            {CALL(ReceiveByteWithTimestamp(kNoPort, &byte, &time, &count)),        0, 8,  {}},
-            {CALL(ReceiveByteWithTimestamp(kPort0, nullptr, &time, &count)),       0, 30, {}},
-            {CALL(InitPort(0)), 0, 38, {{74, 6, {}}}},
-            // clang-format on
-        });
-        return 0;
-    });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(board.SetOutputBit(Output(0), 0), 1) << "the others join anew";
-}
-
 // Several threads and processes at once
 
 constexpr unsigned kUsers = 4;

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "led_key_files.h"
 #include "shared_entries.h"
+#include "testing/led_key_files.h"
 
 inline const char* const kSegmentKeyFile = led_key_files::Lead("/tmp/K40SharedMemory");
 inline const char* const kSetKeyFile = led_key_files::Lead("/tmp/Sem_K40Mutex");

@@ -16,6 +16,7 @@
 
 #include "in_process_driver.h"
 #include "marvaneusb.h"
+#include "testing/in_process_bus.h"
 
 using simulator::kModels;
 using simulator::Model;
@@ -73,11 +74,16 @@ protected:
         EXPECT_EQ(driver.OpenDescriptors(), 0) << "a device is still open";
     }
 
+    void PlugIn(Model model, int speedMbit) {
+        driver.AddBoard(0, model, speedMbit);
+        simulated = &marvaneusb::testing::InProcessBus::Instance().Devices().devices.at(0).board;
+    }
+
     /** Opens a fresh board 0 of this model; nothing counts as sent afterwards. */
     void Open(Model model, int speedMbit = 480) {
         board.close();
         driver.Reset();
-        simulated = &driver.AddBoard(0, model, speedMbit);
+        PlugIn(model, speedMbit);
         ASSERT_EQ(board.InitPort(0), 1) << ModelName(model) << " did not open";
         StartAfresh();
     }
@@ -86,7 +92,7 @@ protected:
     void OpenWithoutFirmware(Model model, int speedMbit = 480) {
         board.close();
         driver.Reset();
-        simulated = &driver.AddBoard(0, model, speedMbit);
+        PlugIn(model, speedMbit);
         driver.AnswerWith([](const Exchange&) { return DriverAnswer{.status = 5}; });
         EXPECT_EQ(board.InitPort(0), 0);
         driver.AnswerWith(nullptr);
