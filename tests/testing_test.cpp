@@ -152,6 +152,12 @@ TEST_F(TestingTest, FaultsComeInTheirOrderAndEnd) {
     EXPECT_EQ(Level(5), 0u);
     EXPECT_EQ(Level(5), 1u);
     cabinet.FailExchanges(1000000, EIO);
+    boards.AnswerWith([](const Exchange&) { return marvaneusb::testing::Answer{0, 79}; });
+    boards.AnswerNext({0, 80, {}, {}, {}});
+    EXPECT_EQ(ErrorOfRead(), 80);
+    EXPECT_EQ(ErrorOfRead(), 79);
+    boards.AnswerWith(nullptr);
+    EXPECT_EQ(ErrorOfRead(), USB_ERR_TRANSFER_FAILED);
     cabinet.StopFaults();
     EXPECT_EQ(ErrorOfRead(), 0);
 
@@ -171,9 +177,10 @@ TEST_F(TestingTest, AnUnpluggedBoardIsDeadForItsDescriptors) {
     boards.AnswerWith([](const Exchange&) { return marvaneusb::testing::Answer(); });
     EXPECT_EQ(ErrorOfRead(), USB_ERR_TRANSFER_FAILED);
     boards.AnswerWith(nullptr);
-    MarvaneUSB other;
-    EXPECT_EQ(other.InitPort(0), 0);
+    EXPECT_EQ(open("/dev/Kovar_0", O_RDWR), -1);
+    EXPECT_EQ(fopen("/sys/class/Kovar/Kovar_0/device/product", "r"), nullptr);
     cabinet.Plug();
+    MarvaneUSB other;
     EXPECT_EQ(ErrorOfRead(), USB_ERR_TRANSFER_FAILED) << "it was open before";
     EXPECT_EQ(other.InitPort(0), 1);
     EXPECT_EQ(boards.OpenDescriptors(), 2);
@@ -300,8 +307,10 @@ TEST_F(TestingTest, WhatIsWrongIsNamedAndChangesNothing) {
 }
 
 TEST_F(TestingTest, CallsThatAreNoBoardsReachTheSystem) {
-    EXPECT_EQ(open("/dev/Kovar_0x", O_RDWR), -1);
-    EXPECT_EQ(errno, ENOENT);
+    for (const char* path : {"/dev/Kovar_0x", "/dev/Kovar_16", "/dev/Kovar_-1", "/dev/Kovar_"}) {
+        EXPECT_EQ(open(path, O_RDWR), -1) << path;
+        EXPECT_EQ(errno, ENOENT);
+    }
     EXPECT_EQ(open(std::string("/dev/Kovar_99999999999999999999").c_str(), O_RDWR), -1);
     EXPECT_EQ(fopen("/sys/class/Kovar/Kovar_0/device/serial", "r"), nullptr);
     EXPECT_EQ(open(static_cast<const char*>(std::getenv("NONE_OF_THIS_NAME")), O_RDONLY), -1);
@@ -344,13 +353,18 @@ TEST(Boards, LeaveNothingBehind) {
         boards.AddBoard(0, Model::kK44);
         ASSERT_EQ(board.InitPort(0), 1);
         boards.Advance(5);
+        boards.AnswerNext({0, 77, {}, {}, {}});
+        boards.AnswerWith([](const Exchange&) { return marvaneusb::testing::Answer{0, 78}; });
     }
     unsigned int level = 0;
     EXPECT_EQ(board.GetInputBit(USB_INPUT_5, &level), 0);
+    EXPECT_EQ(board.GetLastError(), USB_ERR_TRANSFER_FAILED);
     EXPECT_EQ(MarvaneUSB().InitPort(0), 0);
-    const Boards boards;
+    Boards boards;
     EXPECT_EQ(boards.Sent().size(), 0u);
     EXPECT_EQ(boards.Now(), 0);
+    boards.AddBoard(0, Model::kK44);
+    EXPECT_EQ(board.InitPort(0), 1);
 }
 
 }  // namespace
