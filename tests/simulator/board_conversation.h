@@ -16,7 +16,6 @@
 #include <cctype>
 #include <functional>
 #include <map>
-#include <source_location>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -77,12 +76,13 @@ protected:
     virtual std::string Do(const std::string& word, const Numbers& numbers) {
         return vocabulary.contains(word) ? vocabulary[word](numbers) : "no such word";
     }
-    void Talk(const std::string& text, std::source_location at = std::source_location::current()) {
+    void Talk(const std::string& text, const char* file = __builtin_FILE(),
+              int fileLine = __builtin_LINE()) {
         std::istringstream lines(text);
         for (std::string line, step; std::getline(lines, line);) {
             std::istringstream steps(line.substr(0, line.find('#')));
             while (std::getline(steps, step, ';')) {
-                const testing::ScopedTrace trace(at.file_name(), static_cast<int>(at.line()), step);
+                const testing::ScopedTrace trace(file, fileLine, step);
                 Take(step);
             }
         }
@@ -136,9 +136,11 @@ protected:
         return Conversation::Do(word, numbers);
     }
     Answer Send(const std::string& command, const Bytes& payload) {
+        std::istringstream numbers(command);
         std::uint32_t channel = 0;
         unsigned code = 0;
-        std::sscanf(command.c_str(), "%u/%u", &channel, &code);
+        numbers >> channel;
+        numbers.ignore() >> code;
         return board.Handle(static_cast<std::uint8_t>(code), channel, payload);
     }
 

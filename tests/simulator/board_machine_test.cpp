@@ -75,6 +75,7 @@ TEST_P(MachineTest, InputIsOneBitOfTheImagesAndEachChangeIsReportedOnce) {
         Talk(set + " 1; 1/75"s + image + "; 1/82" + image + "; 1/81" + image);
         Talk(set + " 1; 1/81 = 0*5"s);  // is on already
         Talk(set + " 0; 1/75 = 0*5; 1/81"s + image);
+        Talk(set + " 1; "s + set + " 0; 1/81" + image);  // has changed, if not for long
     }
     Talk("set 33 1; contact 5 1; 1/82 = 32 0 0 0 0; 1/75 = 0*5");
     board.inputs.SetIdentity(6);
@@ -227,6 +228,7 @@ TEST_P(MachineTest, StepsOfAReelFallToTheMillisecond) {
         1/87 1 255 0 4; steps 1 100 = 9 16 22 30           # both ramps meet
         1/87 1 2 0 1; steps 1 22 = 9 16 17 21              # then 1 ms of a step has passed
         1/87 1 0 0 0; steps 1 100 = 5 13
+        1/87 1 1 0 9; 1/87 1 0 0 0; steps 1 100 = 6 14     # only the ramp down is left
         1/86 1 0 0 0; 1/87 0 2 0 0; +1005 reel 0 = 0 1 255 255 1 0  # 200 steps of 5 ms
         +3600035 reel 0 = 0 8 255 255 1 0                           # an hour on)");
 }
@@ -248,7 +250,8 @@ TEST_P(MachineTest, SynchronisedReelsBeginTogetherAndLoseAllButTheirPlaceWithout
         1/87 1 1 0 1; +4 reel 0 = 0 1 0 4 1 0; reel 1 = 0 1 0 0 0 0; reel 2 = 0 19 255 255 1 0
         1/87 1 1 0 1; 1/87 0 1 0 9; 1/87 0 0 0 0; 1/91 0
         +4 reel 0 = 0 1 0 0 0 0; reel 1 = 0 2 0 0 0 0  # a stop forgets what waits
-        power-down; +1000 power-up; reel 2 = 0 18 0 0 0 0; 1/87 2 1 0 1 !106)");
+        1/91 7; 1/87 1 1 0 5; power-down; +1000 power-up; reel 1 = 0 2 0 0 0 0
+        reel 2 = 0 18 0 0 0 0; 1/87 2 1 0 1 !106)");
 }
 
 }  // namespace

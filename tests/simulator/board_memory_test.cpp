@@ -41,9 +41,11 @@ TEST_F(StorageTest, AnEepromConfiguredRightlyTakesWritesAcrossPagesAndWrapsAroun
     Numbers numbers(57);
     std::iota(numbers.begin(), numbers.end(), 100);
     const std::string data = Text(numbers);
+    const std::string uses = "2/4 57 12 0" + data + "; 2/5 58 12 0 =" + data + " 255";
     for (const auto& [part, last] : cases) {
-        Talk(part + "; 2/4 57 12 0" + data + "; 2/5 58 12 0 =" + data + " 255; 2/5 1 11 0 = 255");
-        Talk("2/4 2 " + last + " 1 2; power-up");
+        Talk(part);
+        Talk(uses);
+        Talk("2/5 1 11 0 = 255; 2/4 2 " + last + " 1 2; power-up");
         Talk("2/5 3 " + last + " = 1 2 255; 2/5 1 0 0 = 2");
     }
     EXPECT_FALSE(EepromPartNamed("24LC1024"));

@@ -119,8 +119,10 @@ TEST_F(PollsTest, ModesDecideWhatGoesOutWhen) {
     // clang-format on
     for (const auto& [what, poll, unanswered, answered] : cases) {
         SCOPED_TRACE(what);
-        Talk("answer; " + poll + "; idle 0 = " + (unanswered.empty() ? "1" : "0"));
-        Talk("hear 41 = " + unanswered + "; " + poll + "; answer 1 x; hear 41 = " + answered);
+        Talk("answer; " + poll);
+        Talk(unanswered.empty() ? "idle 0 = 1" : "idle 0 = 0");
+        Talk("hear 41 = " + unanswered);
+        Talk(poll + "; answer 1 x; hear 41 = " + answered);
     }
     Talk("poll 0 3 0 1 0; answer 0; pass 10; 3/106 0; hear 50");  // message 2 went with the slot
 }
@@ -164,8 +166,9 @@ TEST_F(PollsTest, RepliesAreFramesOfTheLengthAndSumThatTheSlotNames) {
     // clang-format on
     for (const auto& [what, poll, reply, read] : cases) {
         SCOPED_TRACE(what);
-        Talk("3/103 " + poll + "; pass 10; feed 0 " + reply + "; pass 10; 3/105 0 = " + read);
-        Talk("3/99 0");
+        Talk("3/103 " + poll + "; pass 10");
+        Talk("feed 0 " + reply + "; pass 10");
+        Talk("3/105 0 = " + read + "; 3/99 0");
     }
 }
 

@@ -126,7 +126,8 @@ TEST_F(BoardModelTest, SecuritySwitchesLeaveALogAndTwoPairsOfFlags) {
         open 0; +1000 open 7; open 7; open 8  # is open already; there is none
         5/64 = 0x81 0; 5/64 = 0 0; +1000 close 0; 5/67 = 0x81 1; 5/67 = 0 0; 5/64 = 0 1
         5/41 = 0 3 2 1 0x81; 5/41 = 1 3 2 1 0x88; 5/41 = 2 3 2 1 1; 5/41 = 0*5; 5/41 = 0*5
-        5/40; 5/41 = 0 3 2 1 0x81; power-up; 5/41 = 0 3 2 1 0x81; 5/42; 5/41 = 0*5)");
+        5/40; 5/41 = 0 3 2 1 0x81; power-up; 5/41 = 0 3 2 1 0x81; 5/42; 5/41 = 0*5
+        open 1; 5/41 = 2 3 2 1 0x82)");
 }
 
 TEST_F(BoardModelTest, TellsVersionsNumbersAndRandomNumbers) {
