@@ -1,10 +1,12 @@
 /**
  * @file models_test.cpp
- * @brief Boards that the facade never makes: of no model in particular, and without an owner.
+ * @brief What no caller of the library reaches: boards that the facade never makes, and links of
+ *   chains that are taken out in another order than they were put in.
  */
 #include <fcntl.h>
 
 #include "board_test.h"
+#include "chain.h"
 #include "k40_implementation.h"
 #include "k44_implementation.h"
 #include "k50_implementation.h"
@@ -36,6 +38,19 @@ void ExpectNoDownload() {
 TEST(UnusualBoards, OneWithoutAnOwnerGetsNoProgram) {
     ExpectNoDownload<K44_Implementation>();
     ExpectNoDownload<K50_Implementation>();
+}
+
+TEST(Chain, GivesUpAnyOfItsNodes) {
+    struct Node {
+        Node* next;
+    };
+    Node last{nullptr}, middle{&last}, first{&middle}, other{&last};
+    Node* head = &first;
+    EXPECT_FALSE(Unlink(head, &Node::next, &other));
+    EXPECT_TRUE(Unlink(head, &Node::next, &middle));
+    EXPECT_EQ(first.next, &last);
+    EXPECT_TRUE(Unlink(head, &Node::next, &first) && Unlink(head, &Node::next, &last));
+    EXPECT_EQ(head, nullptr);
 }
 
 }  // namespace
