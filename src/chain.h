@@ -1,6 +1,6 @@
 /**
  * @file chain.h
- * @brief Chains whose nodes hold the link to the next, as this process's lists of locks do.
+ * @brief Chains whose nodes hold the link to the next, as this process's lists of locks, sets and arenas do.
  */
 #ifndef CHAIN_H
 #define CHAIN_H

@@ -1,6 +1,7 @@
 /**
  * @file k44_shared_implementation.cpp
- * @brief What the K44 and K50 share: a transfer record of pointers, and memory in pages of 16 KB.
+ * @brief What the K44 and K50 share, a transfer record of pointers and memory in pages of 16 KB, and
+ *   the K44's own memory.
  */
 #include "k44_shared_implementation.h"
 

@@ -84,9 +84,9 @@ public:
             field[i] = Byte(position + i);
     }
     [[nodiscard]] unsigned long Length() const { return length_; }
-    [[nodiscard]] const unsigned char* Data() const { return bytes_; }
 
 protected:
+    [[nodiscard]] const unsigned char* Data() const { return bytes_; }
     explicit Reply(std::size_t cleared) {
         assert(cleared <= kRoom);
         std::memset(bytes_, 0, cleared);
@@ -109,6 +109,7 @@ class CopiedReply : public Reply {
 public:
     static CopiedReply OfAnyLength() { return CopiedReply(kRoom); }
     static CopiedReply UpTo(std::size_t most) { return CopiedReply(std::max(most, kDecoded)); }
+    using Reply::Data;
 
     /** Copies what arrived, at most `most` bytes, and says how much that was. */
     std::size_t CopyTo(unsigned char* target, std::size_t most) const {

@@ -16,7 +16,7 @@ class Testbed;
 
 /// The process must run behind umockdev's preload library. Ioctl requests are served on a thread
 /// of the testbed's own.
-class DriverStandIn : public Bus {
+class DriverStandIn final : public Bus {
 public:
     /// Throws std::runtime_error where the testbed cannot be set up.
     explicit DriverStandIn(const std::map<int, BoardOptions>& boards);

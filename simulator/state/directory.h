@@ -16,6 +16,8 @@ class StateDirectory {
 public:
     /// Makes the folder where it is missing.
     explicit StateDirectory(const std::filesystem::path& folder);
+    StateDirectory(const StateDirectory&) = delete;
+    StateDirectory& operator=(const StateDirectory&) = delete;
 
     /// What Save wrote last, also when a process was killed in the middle of a later Save. Nothing
     /// where the board has no file.

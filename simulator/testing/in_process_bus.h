@@ -24,7 +24,7 @@ struct K44Record;
 
 namespace marvaneusb::testing {
 
-class InProcessBus : public simulator::Bus {
+class InProcessBus final : public simulator::Bus {
 public:
     static InProcessBus& Instance();
 
