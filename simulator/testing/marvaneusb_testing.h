@@ -316,7 +316,10 @@ public:
 
     // Time. It is the boards' only: the library's thread for changed inputs waits in real time.
 
-    /** Lets 0 to 86400000 ms pass on all boards, in steps of a millisecond. */
+    /**
+     * Lets 0 to 86400000 ms pass on all boards. Where something is under way all the time, polls
+     * for example, a board needs a few seconds of the machine's for an hour of its own.
+     */
     void Advance(long milliseconds);
     /** Milliseconds since Reset. */
     long Now() const;
