@@ -143,6 +143,8 @@ class Program:
         # Before it is reaped: as yet nobody else can have the group's number.
         with contextlib.suppress(ProcessLookupError, PermissionError):
             os.killpg(self.process, signal.SIGKILL)
+        with self._changed:  # whoever reaped it first would take the status from _await_end
+            self._changed.wait_for(lambda: self._status is not None)
         self._process.wait()
         self._reaped = True
 
